@@ -1,0 +1,69 @@
+#include "Zet/Entity.h"
+
+#include <string>
+
+namespace Zet {
+
+void Entity::NotifieeConst::bind(Ptr<Entity const> notifier) {
+  if (notifier == notifier_) return;
+  if (notifier_) notifier_->notifieeRemove(this);
+  notifier_ = std::move(notifier);
+  if (notifier_) notifier_->notifieeAdd(this);
+}
+
+void Entity::isNondestructingIs(bool v) {
+  if (v == isNondestructing_) return;
+  isNondestructing_ = v;
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onIsNondestructing(); });
+}
+
+void Entity::zeroReferencesIs(bool v) {
+  if (v == zeroReferences_) return;
+  zeroReferences_ = v;
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onZeroReferences(); });
+}
+
+String8 Entity::attributeString(AttributeId id) const {
+  if (id == kNameAttributeId) return "name";
+  if (id == kParentAttributeId) return "parent";
+  if (auto const* a = fwkType().attribute(id)) return String8(a->name);
+  return "unknown";
+}
+
+String8 Entity::attributeValue(AttributeId id) const {
+  if (id == kNameAttributeId) return name_;
+  if (id == kParentAttributeId) return parent_ ? parent_->fullName() : String8();
+  auto const* a = fwkType().attribute(id);
+  if (!a) throwRangeException(format("no attribute 0x%x in %.*s", id, int(fwkType().name.size()), fwkType().name.data()));
+  return a->read(*this);
+}
+
+void Entity::attributeValueIs(AttributeId id, std::string_view text) {
+  auto const* a = fwkType().attribute(id);
+  if (!a || !a->write)
+    throwRangeException(format("attribute 0x%x of %.*s cannot be written", id, int(fwkType().name.size()),
+                               fwkType().name.data()));
+  a->write(*this, text);
+}
+
+std::vector<String8> Entity::zetAuditErrors() const {
+  std::vector<String8> failed;
+  for (auto const& rule : fwkType().auditRules)
+    if (!rule.holds(*this)) failed.emplace_back(rule.label);
+  return failed;
+}
+
+String8 Entity::fullName() const {
+  if (!parent_) return name_;
+  std::string path(parent_->fullName().view());
+  if (path != "/") path += '/';
+  path += name_.view();
+  return String8(path);
+}
+
+void EntityHandle::attributeValueIs(AttributeId id, std::string_view text) const {
+  if (!writable_) throw PermissionException("attempting to modify a const instance");
+  const_cast<Entity*>(entity_.ptr())->attributeValueIs(id, text);
+}
+
+}  // namespace Zet

@@ -1,0 +1,111 @@
+#pragma once
+// Entity: the base of every named, observable object of the framework.
+//
+// An entity has a name fixed at construction, a non-owning parent link, a
+// type descriptor (fwkType) and a list of notifiees. Through the descriptor
+// every entity can be read and written attribute by attribute, by identifier,
+// and audited. Entities are reference-counted; they are not thread-safe and
+// live on the activity-loop thread that owns them.
+
+#include <vector>
+
+#include "Zet/Exception.h"
+#include "Zet/Notifiee.h"
+#include "Zet/Ptr.h"
+#include "Zet/String8.h"
+#include "Zet/TypeDescriptor.h"
+
+namespace Zet {
+
+class Entity : public PtrInterface, public Notifier {
+ public:
+  // The notifiee interface of every entity. Each entity type derives its own
+  // (T::NotifieeConst) adding one handler per attribute and a typed
+  // notifierIs; binding is done through that typed call only, so a notifier
+  // never holds a notifiee of the wrong interface.
+  class NotifieeConst : public NotifieeBase {
+   public:
+    Ptr<Entity const> const& notifier() const { return notifier_; }
+    virtual void onIsNondestructing() {}
+    virtual void onZeroReferences() {}
+
+   protected:
+    NotifieeConst() = default;
+    ~NotifieeConst() override { bind(nullptr); }
+    // Registers on `notifier` (after leaving the previous one); null unbinds.
+    void bind(Ptr<Entity const> notifier);
+
+   private:
+    Ptr<Entity const> notifier_;
+  };
+
+  Name const& name() const { return name_; }
+  Entity* parent() const { return parent_; }
+  virtual TypeDescriptor const& fwkType() const = 0;
+
+  bool isNondestructing() const { return isNondestructing_; }
+  virtual void isNondestructingIs(bool v);
+  bool zeroReferences() const { return zeroReferences_; }
+  virtual void zeroReferencesIs(bool v);
+
+  // The name of the attribute with this identifier: "name" and "parent" for
+  // the built-in ones, the table's name for the type's own, else "unknown".
+  virtual String8 attributeString(AttributeId id) const;
+  // The value of an attribute as text; RangeException for an unknown id.
+  String8 attributeValue(AttributeId id) const;
+  // Sets an attribute from its text; RangeException for an unknown or
+  // read-only attribute or text that does not parse.
+  void attributeValueIs(AttributeId id, std::string_view text);
+
+  // The labels of the audit rules that do not hold; empty when all do.
+  std::vector<String8> zetAuditErrors() const;
+
+  // Names from the root down to this entity, '/'-separated.
+  String8 fullName() const;
+
+ protected:
+  Entity(Name name, Entity* parent) : name_(std::move(name)), parent_(parent) {}
+  ~Entity() override = default;
+  void parentIs(Entity* parent) { parent_ = parent; }
+
+ private:
+  Name name_;
+  Entity* parent_;
+  bool isNondestructing_ = false;
+  bool zeroReferences_ = false;
+};
+
+// Generic access to an entity by attribute identifier through a handle that
+// remembers whether it was given write access: a handle made from a
+// Ptr<Entity const> refuses writes with PermissionException "attempting to
+// modify a const instance".
+class EntityHandle {
+ public:
+  EntityHandle(Ptr<Entity> e) : entity_(e), writable_(true) {}
+  EntityHandle(Ptr<Entity const> e) : entity_(e), writable_(false) {}
+  Ptr<Entity const> const& entity() const { return entity_; }
+  String8 attributeValue(AttributeId id) const { return entity_->attributeValue(id); }
+  void attributeValueIs(AttributeId id, std::string_view text) const;
+
+ private:
+  Ptr<Entity const> entity_;
+  bool writable_;
+};
+
+// Text form of an entity pointer: the entity's full name, "" for null.
+template <class T>
+  requires std::is_base_of_v<Entity, std::remove_const_t<T>>
+struct ValueText<Ptr<T>> {
+  static String8 text(Ptr<T> const& p) { return p ? p->fullName() : String8(); }
+};
+
+// The entity as T, or RangeException "Entity is the wrong type" (null stays null).
+template <class T, class From>
+Ptr<T> entityCast(Ptr<From> const& p) {
+  if (!p) return nullptr;
+  Ptr<T> t = ptr_cast<T>(p);
+  if (!t) throwRangeException("Entity is the wrong type");
+  return t;
+}
+
+}  // namespace Zet

@@ -1,0 +1,261 @@
+#pragma once
+// HashMap: a chained hash map from a key (by default a Name) to a value.
+//
+// Iterators are bookmarks: an iterator standing on a member that is deleted
+// moves on to the next member instead of dangling, so a walk may delete the
+// member it stands on (or any other). While a bookmark is alive the table does
+// not grow; growth resumes with the first insertion after the last bookmark
+// goes. Members inserted during a walk may or may not be visited by it.
+// Not thread-safe.
+
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "Zet/String8.h"
+
+namespace Zet {
+
+template <class Value, class Key = Name>
+class HashMap {
+ public:
+  static constexpr size_t kDefaultBuckets = 8;
+
+  class Member {
+   public:
+    Key const& key() const { return key_; }
+    Value& value() { return value_; }
+    Value const& value() const { return value_; }
+    // The next member of the same bucket; null at the end of the chain.
+    Member* fwkHmNext() const { return next_; }
+
+   private:
+    friend class HashMap;
+    Member(Key k, Value v, size_t h) : key_(std::move(k)), value_(std::move(v)), hash_(h) {}
+    Key key_;
+    Value value_;
+    size_t hash_;
+    Member* next_ = nullptr;
+  };
+
+  class Iterator;
+
+  explicit HashMap(size_t initialBuckets = kDefaultBuckets) : buckets_(roundUp(initialBuckets)) {}
+  HashMap(HashMap const&) = delete;
+  HashMap& operator=(HashMap const&) = delete;
+  ~HashMap() {
+    clear();
+    for (Iterator* b = bookmarks_; b; b = b->nextBookmark_) b->map_ = nullptr;
+  }
+
+  size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+
+  // The member with this key, or null.
+  Member* member(Key const& key) const {
+    if (!table_) return nullptr;
+    size_t h = hashOf(key);
+    for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
+      if (m->hash_ == h && m->key_ == key) return m;
+    return nullptr;
+  }
+  // A pointer to the value for key, or null.
+  Value* find(Key const& key) const {
+    Member* m = member(key);
+    return m ? &m->value_ : nullptr;
+  }
+  // The value for key, or a default-made value when absent.
+  Value value(Key const& key) const {
+    Value* v = find(key);
+    return v ? *v : Value();
+  }
+
+  // Inserts key with value unless key is present. Returns the member's value
+  // and whether it was inserted.
+  std::pair<Value*, bool> insert(Key const& key, Value value) {
+    size_t h = hashOf(key);
+    if (table_) {
+      for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
+        if (m->hash_ == h && m->key_ == key) return {&m->value_, false};
+    }
+    return {&link(new Member(key, std::move(value), h))->value_, true};
+  }
+  // Sets the value for key, inserting it when absent.
+  Value& assign(Key const& key, Value value) {
+    auto [v, inserted] = insert(key, value);
+    if (!inserted) *v = std::move(value);
+    return *v;
+  }
+
+  // Removes the member with this key; returns whether there was one.
+  bool erase(Key const& key) {
+    if (!table_) return false;
+    size_t h = hashOf(key);
+    for (Member** at = &table_[h & (buckets_ - 1)]; *at; at = &(*at)->next_) {
+      Member* m = *at;
+      if (m->hash_ != h || !(m->key_ == key)) continue;
+      moveBookmarksOff(m);
+      *at = m->next_;
+      m->next_ = nullptr;
+      assert(m->fwkHmNext() == 0 && "t->fwkHmNext() == 0");
+      --size_;
+      delete m;
+      return true;
+    }
+    return false;
+  }
+
+  void clear() {
+    if (!table_) return;
+    for (Iterator* b = bookmarks_; b; b = b->nextBookmark_) b->member_ = nullptr, b->bucket_ = buckets_;
+    for (size_t i = 0; i < buckets_; ++i) {
+      for (Member* m = table_[i]; m;) delete std::exchange(m, m->next_);
+      table_[i] = nullptr;
+    }
+    size_ = 0;
+  }
+
+  // A bookmark walking the members in bucket order.
+  class Iterator {
+   public:
+    Iterator() = default;
+    Iterator(Iterator const& o) { attach(o.map_, o.bucket_, o.member_); }
+    Iterator& operator=(Iterator const& o) {
+      if (this != &o) {
+        detach();
+        attach(o.map_, o.bucket_, o.member_);
+      }
+      return *this;
+    }
+    ~Iterator() { detach(); }
+
+    Member& operator*() const { return *member_; }
+    Member* operator->() const { return member_; }
+    explicit operator bool() const { return member_ != nullptr; }
+    Iterator& operator++() {
+      advance();
+      return *this;
+    }
+    friend bool operator==(Iterator const& a, Iterator const& b) { return a.member_ == b.member_; }
+
+   private:
+    friend class HashMap;
+    void attach(HashMap const* map, size_t bucket, Member* member) {
+      map_ = const_cast<HashMap*>(map);
+      bucket_ = bucket;
+      member_ = member;
+      if (!map_ || !member_) return;
+      nextBookmark_ = map_->bookmarks_;
+      if (nextBookmark_) nextBookmark_->prevBookmark_ = this;
+      map_->bookmarks_ = this;
+    }
+    void detach() {
+      if (map_ && (prevBookmark_ || map_->bookmarks_ == this)) {
+        (prevBookmark_ ? prevBookmark_->nextBookmark_ : map_->bookmarks_) = nextBookmark_;
+        if (nextBookmark_) nextBookmark_->prevBookmark_ = prevBookmark_;
+      }
+      prevBookmark_ = nextBookmark_ = nullptr;
+      map_ = nullptr;
+    }
+    // Steps to the next member; at the end the bookmark detaches itself.
+    void advance() {
+      if (!member_) return;
+      size_t from = bucket_ + 1;
+      member_ = member_->next_ ? member_->next_ : map_->firstFrom(from, bucket_);
+      if (!member_) detach();
+    }
+
+    HashMap* map_ = nullptr;
+    size_t bucket_ = 0;
+    Member* member_ = nullptr;
+    Iterator* prevBookmark_ = nullptr;
+    Iterator* nextBookmark_ = nullptr;
+  };
+
+  Iterator begin() const {
+    Iterator it;
+    size_t bucket = 0;
+    Member* first = firstFrom(0, bucket);
+    it.attach(this, bucket, first);
+    return it;
+  }
+  Iterator end() const { return Iterator(); }
+
+  // True when every chain is consistent with the member count; for audits.
+  bool isConsistent() const {
+    size_t n = 0;
+    for (size_t i = 0; table_ && i < buckets_; ++i)
+      for (Member* m = table_[i]; m; m = m->next_) {
+        if ((m->hash_ & (buckets_ - 1)) != i) return false;
+        ++n;
+      }
+    return n == size_;
+  }
+
+ private:
+  static size_t roundUp(size_t n) {
+    size_t b = 1;
+    while (b < n) b <<= 1;
+    return b;
+  }
+  static size_t hashOf(Key const& key) {
+    // Spread the bits so that hashes differing only high up use different buckets.
+    uint64_t h = std::hash<Key>()(key);
+    return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47));
+  }
+
+  Member* link(Member* m) {
+    if (!table_) table_ = std::make_unique<Member*[]>(buckets_);
+    if (size_ >= buckets_ && !bookmarks_) grow();
+    Member*& head = table_[m->hash_ & (buckets_ - 1)];
+    m->next_ = head;
+    head = m;
+    ++size_;
+    return m;
+  }
+
+  void grow() {
+    size_t newBuckets = buckets_ * 2;
+    auto newTable = std::make_unique<Member*[]>(newBuckets);
+    for (size_t i = 0; i < buckets_; ++i) {
+      for (Member* m = table_[i]; m;) {
+        Member* next = m->next_;
+        Member*& head = newTable[m->hash_ & (newBuckets - 1)];
+        m->next_ = head;
+        head = m;
+        m = next;
+      }
+    }
+    table_ = std::move(newTable);
+    buckets_ = newBuckets;
+  }
+
+  // The first member in buckets from `bucket` on; sets `found` to its bucket.
+  Member* firstFrom(size_t bucket, size_t& found) const {
+    for (; table_ && bucket < buckets_; ++bucket)
+      if (table_[bucket]) {
+        found = bucket;
+        return table_[bucket];
+      }
+    found = buckets_;
+    return nullptr;
+  }
+
+  void moveBookmarksOff(Member* m) {
+    for (Iterator* b = bookmarks_; b;) {
+      Iterator* next = b->nextBookmark_;
+      if (b->member_ == m) b->advance();
+      b = next;
+    }
+  }
+
+  std::unique_ptr<Member*[]> table_;
+  size_t buckets_;
+  size_t size_ = 0;
+  Iterator* bookmarks_ = nullptr;
+};
+
+}  // namespace Zet

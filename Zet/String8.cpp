@@ -1,0 +1,93 @@
+#include "Zet/String8.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <ostream>
+
+namespace Zet {
+namespace {
+
+uint64_t load64(char const* p) {
+  uint64_t v;
+  std::memcpy(&v, p, 8);
+  return v;
+}
+
+uint64_t mix(uint64_t a, uint64_t b) {
+  __uint128_t r = static_cast<__uint128_t>(a) * b;
+  return static_cast<uint64_t>(r) ^ static_cast<uint64_t>(r >> 64);
+}
+
+constexpr uint64_t kSeed = 0x9e3779b97f4a7c15ull;
+constexpr uint64_t kMul = 0xbf58476d1ce4e5b9ull;
+
+}  // namespace
+
+// Eight bytes at a time folded through a 64x64->128 multiply; the tail is
+// read as a zero-padded word. Good spread for short keys, a few ns per name.
+uint64_t String8::hashOf(std::string_view text) noexcept {
+  char const* p = text.data();
+  size_t n = text.size();
+  uint64_t h = kSeed ^ (n * kMul);
+  while (n >= 8) {
+    h = mix(h ^ load64(p), kMul);
+    p += 8;
+    n -= 8;
+  }
+  if (n > 0) {
+    uint64_t tail = 0;
+    std::memcpy(&tail, p, n);
+    h = mix(h ^ tail, kMul);
+  }
+  return mix(h, kSeed);
+}
+
+uint64_t String8::emptyHash() noexcept {
+  static uint64_t const h = hashOf({});
+  return h;
+}
+
+String8::String8(std::string_view text) {
+  if (text.empty()) return;
+  void* mem = std::malloc(offsetof(Rep, data) + text.size() + 1);
+  if (!mem) throw std::bad_alloc();
+  rep_ = static_cast<Rep*>(mem);
+  new (&rep_->references) std::atomic<long>(1);
+  rep_->size = text.size();
+  rep_->hash = hashOf(text);
+  std::memcpy(rep_->data, text.data(), text.size());
+  rep_->data[text.size()] = '\0';
+}
+
+String8& String8::operator=(String8 const& o) noexcept {
+  o.acquire();
+  release();
+  rep_ = o.rep_;
+  return *this;
+}
+
+String8& String8::operator=(String8&& o) noexcept {
+  if (this != &o) {
+    release();
+    rep_ = o.rep_;
+    o.rep_ = nullptr;
+  }
+  return *this;
+}
+
+void String8::release() noexcept {
+  if (rep_ && rep_->references.fetch_sub(1, std::memory_order_acq_rel) == 1) std::free(rep_);
+  rep_ = nullptr;
+}
+
+String8 operator+(String8 const& a, std::string_view b) {
+  std::string joined;
+  joined.reserve(a.size() + b.size());
+  joined.append(a.view()).append(b);
+  return String8(joined);
+}
+
+std::ostream& operator<<(std::ostream& out, String8 const& s) { return out << s.view(); }
+
+}  // namespace Zet
