@@ -12,6 +12,7 @@
 #include "Zet/Notifiee.h"
 #include "Zet/Ptr.h"
 #include "Zet/String8.h"
+#include "Zet/System.h"
 #include "Zet/Trace.h"
 #include "Zet/TypeDescriptor.h"
 #include "Zet/TypeMap.h"
