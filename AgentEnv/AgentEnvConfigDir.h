@@ -34,12 +34,12 @@ class AgentEnvConfigDir : public Entity {
   static TypeDescriptor const& type();
 
  protected:
+  explicit AgentEnvConfigDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
   // Makes the member; the default is agentEnvConfigFactory.
   virtual Ptr<AgentEnvConfig> newAgentEnvConfig(Name const& name);
 
  private:
   friend Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const&);
-  explicit AgentEnvConfigDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
   friend Ptr<Entity> makeAgentEnvConfigDir(Name const&, Entity*);
 
   MemberCollection<AgentEnvConfig> configs_;

@@ -32,13 +32,13 @@ class AgentEnvStatusDir : public Entity {
   static TypeDescriptor const& type();
 
  protected:
+  explicit AgentEnvStatusDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
   // Makes the member; the default is agentEnvStatusFactory.
   virtual Ptr<AgentEnvStatus> newAgentEnvStatus(Name const& name);
 
  private:
   friend Ptr<AgentEnvStatusDir> agentEnvStatusDirFactory(Name const&);
   friend Ptr<Entity> makeAgentEnvStatusDir(Name const&, Entity*);
-  explicit AgentEnvStatusDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
 
   MemberCollection<AgentEnvStatus> statuses_;
 };
