@@ -1,0 +1,178 @@
+#include "AgentEnv/ConfigFileParser.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include "AgentEnv/ConfigFileSearch.h"
+#include "AgentEnv/ConfigReader.h"
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+
+// The state of one file being read: set up on construction, cleared on
+// destruction however the read ends, so that a failed read leaves the parser
+// ready for the next one. Scopes left open by a broken file do not reach
+// into the next file.
+class ConfigFileParser::FileRead {
+ public:
+  FileRead(ConfigFileParser& parser, String8 const& name, FILE* file) : parser_(parser) {
+    parser_.currentFile_ = name;
+    parser_.reader_->InitScanner(file);
+    parser_.reader_->InitParser(&parser_);
+  }
+  ~FileRead() {
+    parser_.reader_->CleanupParser();
+    parser_.currentFile_ = String8();
+    parser_.currentEntity_ = nullptr;
+    parser_.currentDependency_ = Name();
+    parser_.scopes_.clear();
+  }
+  FileRead(FileRead const&) = delete;
+  FileRead& operator=(FileRead const&) = delete;
+
+ private:
+  ConfigFileParser& parser_;
+};
+
+ConfigFileParser::ConfigFileParser(Ptr<AgentEnvConfigDir> configDir)
+    : Entity(Name("ConfigFileParser"), nullptr),
+      configDir_(std::move(configDir)),
+      errorStream_(&std::cerr),
+      echoStream_(&std::cout),
+      reader_(std::make_unique<ConfigReader>()) {}
+
+ConfigFileParser::~ConfigFileParser() = default;
+
+Ptr<ConfigFileParser> configFileParserFactory(Ptr<AgentEnvConfigDir> const& configDir) {
+  if (!configDir) throwRangeException("null ValidPtr");
+  return Ptr<ConfigFileParser>(new ConfigFileParser(configDir));
+}
+
+void ConfigFileParser::configFileEnq(String8 const& name) {
+  configFile_.configEnq(name);
+  handleConfigFile();
+}
+
+void ConfigFileParser::handleConfigFile() {
+  if (!currentFile_.isEmpty()) return;
+  parsingErrorsCount_ = 0;
+  attributeErrorsCount_ = 0;
+  while (!configFile_.empty()) {
+    String8 name = configFileDeq();
+    if (parsedConfigFile_.insert(name, true).second) readConfigFile(name);
+  }
+}
+
+void ConfigFileParser::readConfigFile(String8 const& name) {
+  ConfigFileHandle file = openConfigFile(name);
+  if (!file) throw AgentException(format("error: file '%.*s' not found", int(name.size()), name.charPtr()));
+  {
+    FileRead read(*this, name, file.get());
+    reader_->parse();
+    if (!reader_->readFailed()) return;
+  }
+  throw AgentException(format("error: file '%.*s' could not be read", int(name.size()), name.charPtr()));
+}
+
+Name ConfigFileParser::parentDependency() const {
+  return scopes_.empty() ? Name() : scopes_.back().enclosingDependency;
+}
+
+void ConfigFileParser::handleEntityScopeEnter(Name const& name) {
+  scopes_.push_back(Scope{currentEntity_, std::exchange(currentDependency_, Name())});
+  Ptr<AgentEnvConfig> entity = configDir_->agentEnvConfigIs(name);
+  if (currentEntity_) entity->aggConfigIs(currentEntity_);
+  entity->configFileIs(currentFile_);
+  currentEntity_ = std::move(entity);
+}
+
+void ConfigFileParser::handleEntityScopeExit() {
+  if (scopes_.empty()) return;
+  currentEntity_->dependencyIs(currentDependency_);
+  currentDependency_ = std::move(scopes_.back().enclosingDependency);
+  currentEntity_ = std::move(scopes_.back().enclosing);
+  scopes_.pop_back();
+}
+
+bool ConfigFileParser::defineOnce(bool alreadySet, std::string_view attribute) {
+  if (alreadySet) printError(String8(std::string(attribute) + " already defined"));
+  return !alreadySet;
+}
+
+void ConfigFileParser::handleAttribute(AttributeType type, Name const& value) {
+  AgentEnvConfig* entity = currentEntity_.ptr();
+  if (!entity) return;
+  switch (type) {
+    case AttributeType::source0:
+      if (defineOnce(!entity->source0().isEmpty(), "source0")) entity->source0Is(EntityUri(value));
+      break;
+    case AttributeType::source1:
+      if (defineOnce(!entity->source1().isEmpty(), "source1")) entity->source1Is(EntityUri(value));
+      break;
+    case AttributeType::pathSuffix:
+      if (defineOnce(!entity->pathSuffix().isEmpty(), "pathSuffix")) entity->pathSuffixIs(EntityUri(value));
+      break;
+    case AttributeType::target:
+      if (defineOnce(!entity->target().isEmpty(), "target")) entity->targetIs(EntityUriPath(value));
+      break;
+    case AttributeType::uType:
+      if (defineOnce(!entity->typeName().isEmpty(), "typeName")) entity->typeNameIs(value);
+      break;
+    case AttributeType::dependency:
+      if (defineOnce(!currentDependency_.isEmpty(), "dependency")) currentDependency_ = value;
+      break;
+    case AttributeType::timeoutPeriod:
+      entity->timeoutPeriodIs(std::strtod(value.charPtr(), nullptr));
+      break;
+    case AttributeType::unmountType:
+      if (value == "statePreserving") entity->unmountTypeIs(AgentEnvConfig::statePreserving);
+      if (value == "stateRemoving") entity->unmountTypeIs(AgentEnvConfig::stateRemoving);
+      break;
+  }
+}
+
+void ConfigFileParser::printError(String8 const& message) {
+  std::string line;
+  if (currentEntity_) {
+    line += currentEntity_->configFile().view();
+    line += ": ";
+    line += currentEntity_->name().view();
+    line += ": ";
+  }
+  line += message.view();
+  line += '\n';
+  errorStream_->write(line.data(), static_cast<std::streamsize>(line.size()));
+  errorStream_->flush();
+  ++attributeErrorsCount_;
+}
+
+namespace {
+
+// Made through the type map, a parser fills the directory it is made in.
+Ptr<Entity> makeFromTypeMap(Name const&, Entity* parent) {
+  return configFileParserFactory(entityCast<AgentEnvConfigDir>(Ptr<Entity>(parent)));
+}
+
+using P = ConfigFileParser;
+TypeDescriptor const descriptor{
+    "Zet::ConfigFileParser",
+    makeFromTypeMap,
+    {
+        {0x102, "configDir", readAs<&P::configDir>, nullptr},
+        {0x103, "currentFile", readAs<&P::currentFile>, nullptr},
+        {0x104, "currentEntity", readAs<&P::currentEntity>, nullptr},
+        {0x105, "currentDependency", readAs<&P::currentDependency>, nullptr},
+        {0x106, "parentDependency", readAs<&P::parentDependency>, nullptr},
+        {0x107, "parsingErrorsCount", readAs<&P::parsingErrorsCount>, nullptr},
+    },
+    {},
+};
+ZET_REGISTER_TYPE(descriptor);
+
+}  // namespace
+
+TypeDescriptor const& ConfigFileParser::type() { return descriptor; }
+TypeDescriptor const& ConfigFileParser::fwkType() const { return descriptor; }
+
+}  // namespace Zet

@@ -1,0 +1,87 @@
+#include "AgentEnv/ConfigReader.h"
+
+#include <cstdio>
+#include <locale>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+#include "AgentEnv/ConfigText.h"
+#include "Zet/Trace.h"
+
+namespace Zet {
+
+ConfigReader::~ConfigReader() { CleanupParser(); }
+
+void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) { parser_ = std::move(parser); }
+
+int ConfigReader::parse() {
+  int result = agentenv_parse(*this);
+  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+  return result;
+}
+
+void ConfigReader::CleanupParser() {
+  releaseScanner();
+  parser_ = nullptr;
+  failure_ = nullptr;
+}
+
+void ConfigReader::echo(char const* text, size_t size) {
+  parser_->echoStream().write(text, static_cast<std::streamsize>(size));
+}
+
+void ConfigReader::defineAttribute(std::string_view attribute, std::string_view value,
+                                   ConfigFileParser::AttributeType type) {
+  if (value.empty()) return;
+  ZET_TRACE_AT("ConfigFileParser", 3) << parser_->currentFile() << ": " << attribute << " = " << value;
+  parser_->handleAttribute(type, Name(value));
+}
+
+void ConfigReader::displayAttributeError(std::string_view message, long lineDelta) {
+  if (failure_) return;  // the parse is being abandoned; what follows is noise
+  unsigned long line = lineOfText_ + static_cast<unsigned long>(lineDelta);
+  std::string text(parser_->currentFile().view());
+  text += ':';
+  text += std::to_string(line);
+  text += ": error: ";
+  text += message;
+  text += '\n';
+  std::ostream& out = parser_->errorStream();
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  out.flush();
+  parser_->parsingErrorsCountInc();
+}
+
+ConfigText* ConfigReader::substitution(std::string_view name) const {
+  return new ConfigText(parser_->substitutions(String8(name)).view());
+}
+
+double ConfigReader::numericSubstitution(std::string_view name) {
+  std::istringstream in(parser_->substitutions(String8(name)).str());
+  in.imbue(std::locale::classic());
+  double value = 0;
+  if (in >> value) return value;
+  displayAttributeError("missing semi-colon", -1);
+  return 0;
+}
+
+void ConfigReader::concatenate(std::string_view left, ConfigText& right) {
+  if (left.ends_with('"')) left.remove_suffix(1);
+  if (right.startsWith('"')) right.dropFirst();
+  right.prepend(left);
+}
+
+std::string ConfigReader::numberText(double value) {
+  // "%g" is what an output stream does with a double by default: six
+  // significant digits, no trailing zeros, an exponent when needed.
+  char text[32];
+  int size = std::snprintf(text, sizeof text, "%g", value);
+  return std::string(text, static_cast<size_t>(size));
+}
+
+}  // namespace Zet
+
+void agentenv_error(Zet::ConfigReader& reader, char const* message) {
+  reader.guarded([&] { reader.displayError(message); });
+}

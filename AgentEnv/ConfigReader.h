@@ -1,0 +1,107 @@
+#pragma once
+// ConfigReader: what the generated scanner (ConfigScanner.l) and grammar
+// (ConfigGrammar.y) share while they read one configuration file, and what
+// the grammar's actions call.
+//
+// Each ConfigFileParser owns one reader, so the scanner and grammar are
+// reentrant and parsers share nothing. A read runs InitScanner(file),
+// InitParser(parser), parse(), then CleanupParser(), which must run even when
+// parse() throws: it releases the scanner with its buffers and the
+// reference to the parser. Not thread-safe.
+
+#include <cstdio>
+#include <exception>
+#include <string_view>
+
+#include "AgentEnv/ConfigFileParser.h"
+
+union AGENTENV_STYPE;
+
+namespace Zet {
+
+class ConfigText;
+
+class ConfigReader {
+ public:
+  ConfigReader() = default;
+  ~ConfigReader();
+  ConfigReader(ConfigReader const&) = delete;
+  ConfigReader& operator=(ConfigReader const&) = delete;
+
+  // ---- One read ------------------------------------------------------------
+
+  // Starts a fresh scanner on `in` (not owned) at line 1.
+  void InitScanner(FILE* in);
+  // The parser that receives the grammar's callbacks and counts its errors.
+  void InitParser(Ptr<ConfigFileParser> parser);
+  // Parses the whole file: 0 on success, 1 after a syntax error that no
+  // error rule absorbed, 2 when the grammar's stack is exhausted. What a
+  // callback (or the scanner) throws ends the parse and is rethrown here,
+  // after the grammar has released its stack.
+  int parse();
+  void CleanupParser();
+  // Whether reading failed before the end of the file (an I/O error).
+  bool readFailed() const { return readFailed_; }
+
+  // ---- For the scanner -----------------------------------------------------
+
+  // Reads up to `size` bytes of the file; 0 at its end or on an error.
+  size_t read(char* buffer, size_t size);
+  // Every scanner rule calls this first: its text lies on the current line.
+  void textScanned() { lineOfText_ = line_; }
+  void lineEnded() { ++line_; }
+  // Copies characters the language ignores to the parser's echo stream.
+  void echo(char const* text, size_t size);
+
+  // ---- For the grammar -----------------------------------------------------
+
+  ConfigFileParser& parser() const { return *parser_; }
+  // The next token (0 at the end of input), its value stored in *value.
+  int nextToken(AGENTENV_STYPE* value) noexcept;
+  // Runs a grammar action. What it throws is kept for parse() to rethrow and
+  // false is returned, upon which the action abandons the parse.
+  template <class Action>
+  bool guarded(Action&& action) noexcept {
+    try {
+      action();
+      return true;
+    } catch (...) {
+      if (!failure_) failure_ = std::current_exception();
+      return false;
+    }
+  }
+  // Hands a value to the parser's handleAttribute, unless it is empty.
+  void defineAttribute(std::string_view attribute, std::string_view value, ConfigFileParser::AttributeType type);
+  // Reports "file:line: error: message" at the line of the most recently
+  // scanned text, or at that line plus lineDelta, and counts it.
+  void displayError(std::string_view message) { displayAttributeError(message, 0); }
+  void displayAttributeError(std::string_view message, long lineDelta);
+  // The value of a substitution, as a string and as a number. A value that
+  // does not read as a number is reported as "missing semi-colon" on the line
+  // above and counts as 0.
+  ConfigText* substitution(std::string_view name) const;
+  double numericSubstitution(std::string_view name);
+  // The language's '+': drops one trailing quote of `left` and one leading
+  // quote of `right`, then puts `left` in front of `right`.
+  static void concatenate(std::string_view left, ConfigText& right);
+  // The default text of a double on an output stream: 5, 2.5, 1e+06.
+  static std::string numberText(double value);
+
+ private:
+  void releaseScanner();
+
+  void* scanner_ = nullptr;  // the flex scanner (yyscan_t) of the current read
+  FILE* in_ = nullptr;
+  Ptr<ConfigFileParser> parser_;
+  std::exception_ptr failure_;    // what ended the current parse early
+  unsigned long line_ = 1;        // the line the scanner is on
+  unsigned long lineOfText_ = 1;  // the line of the most recently scanned text
+  bool readFailed_ = false;
+};
+
+}  // namespace Zet
+
+// The entry points of the generated scanner and grammar.
+int agentenv_lex(AGENTENV_STYPE* value, Zet::ConfigReader& reader);
+int agentenv_parse(Zet::ConfigReader& reader);
+void agentenv_error(Zet::ConfigReader& reader, char const* message);
