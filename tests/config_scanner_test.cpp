@@ -127,10 +127,16 @@ TEST_F(ConfigScanner, LongLinesAreScannedWhole) {
   EXPECT_EQ(config("store")->typeName(), "T");
 }
 
-TEST_F(ConfigScanner, NulBytesAreEchoedOutsideStringsAndKeptInside) {
+TEST_F(ConfigScanner, NulAndHighBytesAreEchoedOutsideStringsAndKeptInside) {
   read("nul.conf", std::string("store {\0 source0 = \"a\0b\"; }\n", 28));
   EXPECT_EQ(echoes.str(), std::string(1, '\0'));
   EXPECT_EQ(config("store")->source0().text(), std::string_view("a\0b", 3));
+
+  echoes.str("");
+  std::string const high = std::string(4, '\0') + std::string(300, '\xff');
+  read("high.conf", high + "pe");
+  EXPECT_EQ(echoes.str(), high);
+  EXPECT_EQ(errorLines().back(), "high.conf:1: error: syntax error") << "pe is an entity name without a body";
 }
 
 }  // namespace
