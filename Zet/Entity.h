@@ -70,6 +70,15 @@ class Entity : public PtrInterface, public Notifier {
   ~Entity() override = default;
   void parentIs(Entity* parent) { parent_ = parent; }
 
+  // The accessor convention for a scalar attribute: store the value and call
+  // handler on every notifiee only when it differs from the stored one.
+  template <class N, class V>
+  void attributeIs(V& field, V const& value, void (N::*handler)()) {
+    if (field == value) return;
+    field = value;
+    notify<N>([handler](N& n) { (n.*handler)(); });
+  }
+
  private:
   // A directory adopts the entities put into it and forgets them when they
   // leave, so that no parent link outlives its directory.
@@ -79,6 +88,14 @@ class Entity : public PtrInterface, public Notifier {
   Entity* parent_;
   bool isNondestructing_ = false;
   bool zeroReferences_ = false;
+};
+
+// The base of T::NotifieeConst: binds to a T only, and reads it back as T.
+template <class T>
+class TypedNotifiee : public Entity::NotifieeConst {
+ public:
+  Ptr<T const> notifier() const { return static_cast<T const*>(Entity::NotifieeConst::notifier().ptr()); }
+  void notifierIs(Ptr<T const> const& n) { bind(n); }
 };
 
 // Generic access to an entity by attribute identifier through a handle that

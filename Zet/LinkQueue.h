@@ -41,8 +41,8 @@ class LinkQueue {
   // The member with this index; RangeException "linkqueue index out of range"
   // when no queued member has it.
   Value const& at(Index index) const {
-    if (index < head_ || index - head_ >= members_.size()) throwRangeException("linkqueue index out of range");
-    return members_[index - head_];
+    if (index < head_ || static_cast<size_t>(index - head_) >= members_.size()) throwRangeException("linkqueue index out of range");
+    return members_[static_cast<size_t>(index - head_)];
   }
   void clear() {
     head_ = tailIndex();

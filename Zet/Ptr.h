@@ -58,10 +58,7 @@ class Ptr {
   T& operator*() const noexcept { return *p_; }
   explicit operator bool() const noexcept { return p_ != nullptr; }
 
-  friend bool operator==(Ptr const& a, Ptr const& b) noexcept { return a.p_ == b.p_; }
   friend bool operator==(Ptr const& a, std::nullptr_t) noexcept { return a.p_ == nullptr; }
-  template <class U>
-  friend bool operator==(Ptr const& a, U const* b) noexcept { return a.p_ == b; }
 
  private:
   void acquire() const noexcept {
@@ -72,6 +69,16 @@ class Ptr {
   }
   T* p_ = nullptr;
 };
+
+// Pointers compare by identity, across const and base/derived forms.
+template <class T, class U>
+bool operator==(Ptr<T> const& a, Ptr<U> const& b) noexcept {
+  return a.ptr() == b.ptr();
+}
+template <class T, class U>
+bool operator==(Ptr<T> const& a, U* b) noexcept {
+  return a.ptr() == b;
+}
 
 // Converts to a derived type; null when the object is of another type.
 template <class To, class From>

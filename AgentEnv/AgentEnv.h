@@ -1,0 +1,9 @@
+#pragma once
+// Everything the agent environment library offers.
+
+#include "AgentEnv/AgentEnvConfig.h"
+#include "AgentEnv/AgentEnvConfigDir.h"
+#include "AgentEnv/AgentEnvStatus.h"
+#include "AgentEnv/AgentEnvStatusDir.h"
+#include "AgentEnv/AgentEnvVersion.h"
+#include "Zet/Zet.h"

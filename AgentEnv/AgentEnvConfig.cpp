@@ -1,0 +1,110 @@
+#include "AgentEnv/AgentEnvConfig.h"
+
+#include "AgentEnv/AgentEnvConfigDir.h"
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+
+Name const& AgentEnvConfig::notReady() {
+  static Name const value("_NOT READY_");
+  return value;
+}
+
+AgentEnvConfig::AgentEnvConfig(Name name, AgentEnvConfigDir* dir)
+    : Entity(std::move(name), dir), dir_(dir), dependency_(notReady()) {}
+
+Ptr<AgentEnvConfig> agentEnvConfigFactory(Name const& name, AgentEnvConfigDir* dir) {
+  return Ptr<AgentEnvConfig>(new AgentEnvConfig(name, dir));
+}
+
+void AgentEnvConfig::aggConfigIs(Ptr<AgentEnvConfig> const& aggregate) {
+  if (aggregate == aggConfig_) return;
+  Ptr<AgentEnvConfig> previous = std::exchange(aggConfig_, aggregate);
+  if (previous) previous->nestedConfigDel(name());
+  if (aggregate) aggregate->nestedConfigIs(this);
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onAggConfig(); });
+}
+
+void AgentEnvConfig::nestedConfigIs(AgentEnvConfig* config) {
+  if (!config)
+    throwRangeException("null _nestedConfig parameter to mutator for Zet::AgentEnvConfig::nestedConfig not allowed\"");
+  Name const& key = config->name();
+  AgentEnvConfig*& slot = *nestedConfig_.insert(key, nullptr).first;
+  if (slot == config) return;
+  slot = config;
+  notify<NotifieeConst>([&key](NotifieeConst& n) { n.onNestedConfig(key); });
+}
+
+void AgentEnvConfig::nestedConfigDel(Name const& name) {
+  if (!nestedConfig_.erase(name)) return;
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onNestedConfig(name); });
+}
+
+void AgentEnvConfig::nestedConfigDelAll() {
+  while (!nestedConfig_.empty()) nestedConfigDel(Name(nestedConfig_.begin()->key()));
+}
+
+void AgentEnvConfig::removedFromDir() {
+  aggConfigIs(nullptr);
+  dir_ = nullptr;
+  parentIs(nullptr);
+}
+
+namespace {
+
+Ptr<Entity> makeFromTypeMap(Name const& name, Entity* parent) {
+  return agentEnvConfigFactory(name, dynamic_cast<AgentEnvConfigDir*>(parent));
+}
+
+String8 readDir(Entity const& e) {
+  auto const* dir = static_cast<AgentEnvConfig const&>(e).dir();
+  return dir ? dir->fullName() : String8();
+}
+
+String8 readNotReady(Entity const&) { return AgentEnvConfig::notReady(); }
+
+bool notOwnAggregate(Entity const& e) {
+  auto const& c = static_cast<AgentEnvConfig const&>(e);
+  return c.aggConfig().ptr() != &c;
+}
+
+bool nestedPointBack(Entity const& e) {
+  auto const& c = static_cast<AgentEnvConfig const&>(e);
+  for (auto const& m : c.nestedConfigs())
+    if (m.value()->aggConfig().ptr() != &c) return false;
+  return true;
+}
+
+using C = AgentEnvConfig;
+TypeDescriptor const descriptor{
+    "Zet::AgentEnvConfig",
+    makeFromTypeMap,
+    {
+        {0x102, "source0", readAs<&C::source0>, writeAs<&C::source0Is>},
+        {0x103, "dir", readDir, nullptr},
+        {0x104, "source1", readAs<&C::source1>, writeAs<&C::source1Is>},
+        {0x105, "target", readAs<&C::target>, writeAs<&C::targetIs>},
+        {0x106, "pathSuffix", readAs<&C::pathSuffix>, writeAs<&C::pathSuffixIs>},
+        {0x107, "typeName", readAs<&C::typeName>, writeAs<&C::typeNameIs>},
+        {0x108, "notReady", readNotReady, nullptr},
+        {0x109, "dependency", readAs<&C::dependency>, writeAs<&C::dependencyIs>},
+        {0x10a, "timeoutPeriod", readAs<&C::timeoutPeriod>, writeAs<&C::timeoutPeriodIs>},
+        {0x10b, "aggConfig", readAs<&C::aggConfig>, nullptr},
+        {0x10c, "nestedConfig", readKeys<&C::nestedConfigs>, nullptr},
+        {0x10d, "unmountType", readAs<&C::unmountType>, writeAs<&C::unmountTypeIs>},
+        {0x10e, "configFile", readAs<&C::configFile>, writeAs<&C::configFileIs>},
+        {0x10f, "nextRound", readAs<&C::nextRound>, writeAs<&C::nextRoundIs>},
+    },
+    {
+        {"aggConfig!=this", notOwnAggregate},
+        {"nestedConfig-inverse-aggConfig", nestedPointBack},
+    },
+};
+ZET_REGISTER_TYPE(descriptor);
+
+}  // namespace
+
+TypeDescriptor const& AgentEnvConfig::type() { return descriptor; }
+TypeDescriptor const& AgentEnvConfig::fwkType() const { return descriptor; }
+
+}  // namespace Zet

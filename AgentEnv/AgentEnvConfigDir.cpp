@@ -1,0 +1,57 @@
+#include "AgentEnv/AgentEnvConfigDir.h"
+
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+
+Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const& name) {
+  return Ptr<AgentEnvConfigDir>(new AgentEnvConfigDir(name));
+}
+
+Ptr<Entity> makeAgentEnvConfigDir(Name const& name, Entity* parent) {
+  return Ptr<AgentEnvConfigDir>(new AgentEnvConfigDir(name, parent));
+}
+
+AgentEnvConfigDir::~AgentEnvConfigDir() { agentEnvConfigDelAll(); }
+
+Ptr<AgentEnvConfig> AgentEnvConfigDir::newAgentEnvConfig(Name const& name) { return agentEnvConfigFactory(name, this); }
+
+Ptr<AgentEnvConfig> AgentEnvConfigDir::agentEnvConfigIs(Name const& name) {
+  bool created = false;
+  Ptr<AgentEnvConfig> config =
+      configs_.memberIs(name, [this](Name const& n) { return newAgentEnvConfig(n); }, created);
+  if (created) notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); });
+  return config;
+}
+
+void AgentEnvConfigDir::agentEnvConfigDel(Name const& name) {
+  Ptr<AgentEnvConfig> config = configs_.memberDel(name);
+  if (!config) return;
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); });
+  config->removedFromDir();
+}
+
+void AgentEnvConfigDir::agentEnvConfigDelAll() {
+  while (configs_.size() > 0) agentEnvConfigDel(Name(configs_.members().begin()->key()));
+}
+
+namespace {
+
+using D = AgentEnvConfigDir;
+TypeDescriptor const descriptor{
+    "Zet::AgentEnvConfigDir",
+    makeAgentEnvConfigDir,
+    {{0x102, "agentEnvConfig", readKeys<&D::agentEnvConfigs>, nullptr}},
+    {
+        {"agentEnvConfig-inverse-dir", membersPointBack<&D::agentEnvConfigs>},
+        {"count is members count", membersCounted<&D::agentEnvConfigs>},
+    },
+};
+ZET_REGISTER_TYPE(descriptor);
+
+}  // namespace
+
+TypeDescriptor const& AgentEnvConfigDir::type() { return descriptor; }
+TypeDescriptor const& AgentEnvConfigDir::fwkType() const { return descriptor; }
+
+}  // namespace Zet

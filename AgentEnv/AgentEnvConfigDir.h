@@ -1,0 +1,50 @@
+#pragma once
+// AgentEnvConfigDir: the configs of an agent, keyed by name and owned here.
+// The configuration-file parser fills it; the state machines watch it.
+// Not thread-safe: used on the activity-loop thread.
+
+#include "AgentEnv/AgentEnvConfig.h"
+#include "Zet/MemberCollection.h"
+
+namespace Zet {
+
+class AgentEnvConfigDir : public Entity {
+ public:
+  class NotifieeConst : public TypedNotifiee<AgentEnvConfigDir> {
+   public:
+    // A config of that name was added or removed.
+    virtual void onAgentEnvConfig(Name const&) {}
+  };
+
+  ~AgentEnvConfigDir() override;
+
+  Ptr<AgentEnvConfig> agentEnvConfig(Name const& name) const { return configs_.member(name); }
+  size_t agentEnvConfigCount() const { return configs_.size(); }
+  HashMap<Ptr<AgentEnvConfig>> const& agentEnvConfigs() const { return configs_.members(); }
+
+  // The config of that name; a new one (notifying onAgentEnvConfig) when
+  // there is none. RangeException "null ValidPtr" if none could be made.
+  Ptr<AgentEnvConfig> agentEnvConfigIs(Name const& name);
+  // Removes the config (notifying onAgentEnvConfig) and takes it out of its
+  // aggregate; absent names are ignored.
+  void agentEnvConfigDel(Name const& name);
+  void agentEnvConfigDelAll();
+
+  TypeDescriptor const& fwkType() const override;
+  static TypeDescriptor const& type();
+
+ protected:
+  explicit AgentEnvConfigDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
+  // Makes the member; the default is agentEnvConfigFactory.
+  virtual Ptr<AgentEnvConfig> newAgentEnvConfig(Name const& name);
+
+ private:
+  friend Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const&);
+  friend Ptr<Entity> makeAgentEnvConfigDir(Name const&, Entity*);
+
+  MemberCollection<AgentEnvConfig> configs_;
+};
+
+Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const& name);
+
+}  // namespace Zet

@@ -1,0 +1,178 @@
+#include "Zet/EntityUri.h"
+
+#include <algorithm>
+#include <charconv>
+#include <ostream>
+#include <string>
+
+namespace Zet {
+namespace {
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// Decodes %XX escapes; false on a malformed escape.
+bool percentDecode(std::string_view in, std::string& out) {
+  out.clear();
+  for (size_t i = 0; i < in.size(); ++i) {
+    if (in[i] != '%') {
+      out += in[i];
+      continue;
+    }
+    if (i + 2 >= in.size()) return false;
+    int hi = hexDigit(in[i + 1]), lo = hexDigit(in[i + 2]);
+    if (hi < 0 || lo < 0) return false;
+    out += static_cast<char>(hi * 16 + lo);
+    i += 2;
+  }
+  return true;
+}
+
+bool isSchemeChar(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '+' || c == '-' ||
+         c == '.';
+}
+
+}  // namespace
+
+// ---- EntityUriPath -----------------------------------------------------------
+
+EntityUriPath::EntityUriPath(String8 text) : text_(std::move(text)) {
+  std::string_view t = text_.view();
+  size_t i = 0;
+  while (i < t.size()) {
+    size_t end = t.find('/', i);
+    if (end == std::string_view::npos) end = t.size();
+    if (end > i) names_.emplace_back(static_cast<uint32_t>(i), static_cast<uint32_t>(end - i));
+    i = end + 1;
+  }
+}
+
+Name EntityUriPath::name(size_t i) const {
+  if (i >= names_.size()) return Name();
+  return Name(text_.view().substr(names_[i].first, names_[i].second));
+}
+
+EntityUriPath EntityUriPath::removeTrailingSlash() const {
+  std::string_view t = text_.view();
+  if (t.size() > 1 && t.back() == '/') return EntityUriPath(String8(t.substr(0, t.size() - 1)));
+  return *this;
+}
+
+EntityUriPath& EntityUriPath::operator+=(EntityUriPath const& suffix) {
+  if (suffix.names() == 0) return *this;
+  std::string joined(text_.view());
+  for (size_t i = 0; i < suffix.names(); ++i) {
+    if (!joined.empty() && joined.back() != '/') joined += '/';
+    joined += suffix.name(i).view();
+  }
+  *this = EntityUriPath(String8(joined));
+  return *this;
+}
+
+std::ostream& operator<<(std::ostream& out, EntityUriPath const& path) { return out << path.text(); }
+
+// ---- UriQuery ----------------------------------------------------------------
+
+UriQuery::UriQuery(std::string_view text) {
+  while (!text.empty()) {
+    size_t amp = text.find('&');
+    std::string_view pair = text.substr(0, amp);
+    text = amp == std::string_view::npos ? std::string_view() : text.substr(amp + 1);
+    if (pair.empty()) continue;
+    size_t eq = pair.find('=');
+    if (eq == std::string_view::npos)
+      pairs_.emplace_back(String8(pair), String8());
+    else
+      pairs_.emplace_back(String8(pair.substr(0, eq)), String8(pair.substr(eq + 1)));
+  }
+}
+
+UriQueryValue UriQuery::value(std::string_view name) const {
+  for (auto const& [n, v] : pairs_)
+    if (n == name) return UriQueryValue(v);
+  return UriQueryValue();
+}
+
+String8 UriQuery::text() const {
+  std::string t;
+  for (auto const& [n, v] : pairs_) {
+    if (!t.empty()) t += '&';
+    t += n.view();
+    if (!v.isEmpty()) t.append("=").append(v.view());
+  }
+  return String8(t);
+}
+
+// ---- EntityUri ---------------------------------------------------------------
+
+EntityUri::EntityUri(String8 text) : text_(std::move(text)) { valid_ = parse(); }
+
+EntityUri const& EntityUri::exportUri() {
+  static EntityUri const uri(String8("*"));
+  return uri;
+}
+
+bool EntityUri::parse() {
+  std::string_view t = text_.view();
+  if (t.empty() || t == "*") return true;
+  size_t question = t.find('?');
+  if (question != std::string_view::npos) {
+    query_ = UriQuery(t.substr(question + 1));
+    t = t.substr(0, question);
+  }
+  size_t colon = t.find("://");
+  std::string_view head = t.substr(0, colon);
+  bool hasScheme = colon != std::string_view::npos && colon > 0 && std::all_of(head.begin(), head.end(), isSchemeChar);
+  if (!hasScheme) {
+    size_t firstColon = t.find(':');
+    if (firstColon != std::string_view::npos && firstColon < t.find('/')) {
+      // "name:..." without "//" reads as a scheme we do not serve.
+      schemeKnown_ = false;
+      return false;
+    }
+    path_ = EntityUriPath(String8(t));
+    return true;
+  }
+  std::string_view scheme = t.substr(0, colon);
+  if (scheme == "tcp") {
+    scheme_ = Scheme::tcp;
+  } else if (scheme == "unix") {
+    scheme_ = Scheme::unix;
+  } else {
+    schemeKnown_ = false;
+    return false;
+  }
+  std::string_view rest = t.substr(colon + 3);
+  size_t slash = rest.find('/');
+  std::string_view authority = rest.substr(0, slash);
+  path_ = EntityUriPath(String8(slash == std::string_view::npos ? std::string_view("/") : rest.substr(slash)));
+  return parseAuthority(authority);
+}
+
+bool EntityUri::parseAuthority(std::string_view authority) {
+  if (authority.empty()) return false;
+  if (scheme_ == Scheme::unix) {
+    std::string socket;
+    if (!percentDecode(authority, socket) || socket.empty()) return false;
+    host_ = String8(socket);
+    return true;
+  }
+  size_t colon = authority.rfind(':');
+  if (colon == std::string_view::npos || colon == 0) return false;
+  std::string_view portText = authority.substr(colon + 1);
+  unsigned port = 0;
+  auto r = std::from_chars(portText.data(), portText.data() + portText.size(), port);
+  if (r.ec != std::errc() || r.ptr != portText.data() + portText.size() || port > 65535) return false;
+  host_ = String8(authority.substr(0, colon));
+  port_ = static_cast<uint16_t>(port);
+  return true;
+}
+
+std::ostream& operator<<(std::ostream& out, EntityUri const& uri) { return out << uri.text(); }
+
+}  // namespace Zet

@@ -1,0 +1,140 @@
+#pragma once
+// Names of entities: paths in the directory tree and URIs naming an entity
+// in this or another process.
+//
+// EntityUriPath is a '/'-separated path; it is absolute when it starts with
+// '/'. EntityUri is one of:
+//   ""                                  the empty URI (nothing named)
+//   "*"                                 this process's own tree (export)
+//   "path/to/entity", "/path"           a path without a scheme
+//   "tcp://host:port/path?query"        an entity of a process on a TCP port
+//   "unix://%2Fsocket%2Fpath/path?query" one behind a domain socket; the
+//                                       socket path is percent-encoded
+// The query ("a=1&b") carries mount flags. A URI is made from any text and
+// never throws: isValid() tells whether the text had one of these forms, so
+// a bad URI can be stored and reported later. Values; not thread-safe.
+
+#include <cstdint>
+#include <iosfwd>
+#include <string_view>
+#include <vector>
+
+#include "Zet/String8.h"
+#include "Zet/Value.h"
+
+namespace Zet {
+
+class EntityUriPath {
+ public:
+  EntityUriPath() = default;
+  explicit EntityUriPath(String8 text);
+
+  bool isEmpty() const { return text_.isEmpty(); }
+  bool isAbsolute() const { return text_.view().starts_with('/'); }
+  // The non-empty names along the path ("/a//b/" has the names a and b).
+  size_t names() const { return names_.size(); }
+  Name name(size_t i) const;
+  // The same path without one trailing '/' ("/" stays "/").
+  EntityUriPath removeTrailingSlash() const;
+  // Appends a relative path below this one; an absolute or empty one is
+  // appended as its names.
+  EntityUriPath& operator+=(EntityUriPath const& suffix);
+
+  String8 const& text() const { return text_; }
+  friend bool operator==(EntityUriPath const& a, EntityUriPath const& b) { return a.text_ == b.text_; }
+
+ private:
+  String8 text_;
+  std::vector<std::pair<uint32_t, uint32_t>> names_;  // offset and length of each name in text_
+};
+
+// One value of a query: present or not, with its text ("" for a bare flag).
+class UriQueryValue {
+ public:
+  UriQueryValue() = default;
+  explicit UriQueryValue(String8 text) : text_(std::move(text)), present_(true) {}
+  bool isPresent() const { return present_; }
+  String8 const& text() const { return text_; }
+
+ private:
+  String8 text_;
+  bool present_ = false;
+};
+
+// The query of a URI: "name=value" pairs separated by '&', in order.
+class UriQuery {
+ public:
+  UriQuery() = default;
+  explicit UriQuery(std::string_view text);
+  bool isEmpty() const { return pairs_.empty(); }
+  size_t size() const { return pairs_.size(); }
+  // The value of the first pair with this name.
+  UriQueryValue value(std::string_view name) const;
+  String8 text() const;
+  friend bool operator==(UriQuery const& a, UriQuery const& b) { return a.pairs_ == b.pairs_; }
+
+ private:
+  std::vector<std::pair<String8, String8>> pairs_;
+};
+
+class EntityUri {
+ public:
+  enum class Scheme { none, tcp, unix };
+
+  EntityUri() = default;
+  explicit EntityUri(String8 text);
+  // The one URI that names this process's own tree.
+  static EntityUri const& exportUri();
+
+  bool isEmpty() const { return text_.isEmpty(); }
+  bool isExport() const { return text_ == "*"; }
+  bool isValid() const { return valid_; }
+  // True when the scheme is one this framework serves (or there is none).
+  bool checkScheme() const { return schemeKnown_; }
+  Scheme scheme() const { return scheme_; }
+  // tcp: host and port; unix: the decoded socket path.
+  String8 const& host() const { return host_; }
+  uint16_t port() const { return port_; }
+  String8 const& socketPath() const { return host_; }
+  // The path of the entity in its process's tree.
+  EntityUriPath const& entityPath() const { return path_; }
+  UriQuery const& query() const { return query_; }
+
+  String8 const& text() const { return text_; }
+  friend bool operator==(EntityUri const& a, EntityUri const& b) { return a.text_ == b.text_; }
+
+ private:
+  bool parse();
+  bool parseAuthority(std::string_view authority);
+
+  String8 text_;
+  Scheme scheme_ = Scheme::none;
+  String8 host_;
+  uint16_t port_ = 0;
+  EntityUriPath path_;
+  UriQuery query_;
+  bool valid_ = true;
+  bool schemeKnown_ = true;
+};
+
+template <>
+struct ValueText<EntityUri> {
+  static String8 text(EntityUri const& v) { return v.text(); }
+  static size_t parse(std::string_view t, EntityUri& v) {
+    v = EntityUri(String8(t));
+    return t.size();
+  }
+};
+template <>
+struct ValueText<EntityUriPath> {
+  static String8 text(EntityUriPath const& v) { return v.text(); }
+  static size_t parse(std::string_view t, EntityUriPath& v) {
+    v = EntityUriPath(String8(t));
+    return t.size();
+  }
+};
+
+std::ostream& operator<<(std::ostream& out, EntityUri const& uri);
+std::ostream& operator<<(std::ostream& out, EntityUriPath const& path);
+
+}  // namespace Zet

@@ -1,0 +1,132 @@
+// Keyed collections and queues: a hash map checked against a model under
+// random operations, walks that delete as they go, and the queue's index
+// rules.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <random>
+#include <string>
+
+#include "Zet/HashMap.h"
+#include "Zet/LinkQueue.h"
+
+namespace Zet {
+namespace {
+
+TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
+  HashMap<int> map;
+  std::map<std::string, int> model;
+  std::mt19937 rng(7);
+  for (int step = 0; step < 200000; ++step) {
+    Name key("k" + std::to_string(rng() % 5000));
+    switch (rng() % 4) {
+      case 0:
+      case 1: {
+        int v = static_cast<int>(rng());
+        auto [slot, inserted] = map.insert(key, v);
+        auto [it, modelInserted] = model.emplace(key.str(), v);
+        ASSERT_EQ(inserted, modelInserted);
+        ASSERT_EQ(*slot, it->second);
+        break;
+      }
+      case 2:
+        ASSERT_EQ(map.erase(key), model.erase(key.str()) == 1);
+        break;
+      case 3:
+        map.assign(key, step);
+        model[key.str()] = step;
+        break;
+    }
+  }
+  ASSERT_EQ(map.size(), model.size());
+  EXPECT_TRUE(map.isConsistent());
+  size_t walked = 0;
+  for (auto& m : map) {
+    ASSERT_EQ(m.value(), model.at(m.key().str()));
+    ++walked;
+  }
+  EXPECT_EQ(walked, model.size());
+  EXPECT_EQ(map.find("absent"), nullptr);
+  EXPECT_EQ(map.value("absent"), 0);
+}
+
+TEST(HashMap, WalkSurvivesDeletingTheMemberItStandsOnAndOthers) {
+  HashMap<int> map(2);  // few buckets: long chains
+  for (int i = 0; i < 100; ++i) map.insert(Name("m" + std::to_string(i)), i);
+
+  // Delete every member as it is visited, plus its successor-by-number.
+  size_t visited = 0;
+  for (auto it = map.begin(); it; ++visited) {
+    Name key(it->key());
+    int v = it->value();
+    map.erase(Name("m" + std::to_string(v ^ 1)));
+    map.erase(key);  // the bookmark moves on to the next member
+    EXPECT_FALSE(it && it->key() == key);
+  }
+  EXPECT_EQ(map.size(), 0u);
+  EXPECT_EQ(visited, 50u) << "each erase pair removes two members";
+  EXPECT_TRUE(map.isConsistent());
+}
+
+TEST(HashMap, BookmarksOutliveClearsAndTheMapItself) {
+  auto* map = new HashMap<std::string>;
+  for (int i = 0; i < 10; ++i) map->insert(Name("k" + std::to_string(i)), "v");
+  auto a = map->begin();
+  auto b = a;
+  ++b;
+  map->clear();
+  EXPECT_FALSE(a);
+  EXPECT_FALSE(b);
+  map->insert("again", "v");
+  auto c = map->begin();
+  delete map;  // c must not touch the map when it goes
+  SUCCEED();
+}
+
+TEST(HashMap, GrowsOnlyWhenNoWalkIsInProgress) {
+  HashMap<int> map(1);
+  map.insert("first", 1);
+  {
+    auto it = map.begin();
+    for (int i = 0; i < 64; ++i) map.insert(Name("n" + std::to_string(i)), i);
+    EXPECT_TRUE(it);
+    EXPECT_EQ(it->key(), "first") << "the bookmark still stands where it was";
+  }
+  map.insert("after", 0);  // grows now
+  EXPECT_EQ(map.size(), 66u);
+  EXPECT_TRUE(map.isConsistent());
+}
+
+TEST(LinkQueue, KeepsIndicesAndReportsItsLimits) {
+  LinkQueue<std::string> q;
+  EXPECT_EQ(q.enq("a"), 0u);
+  EXPECT_EQ(q.enq("b"), 1u);
+  EXPECT_EQ(q.enq("c"), 2u);
+  EXPECT_EQ(q.deq(), "a");
+  EXPECT_EQ(q.at(2), "c");
+  EXPECT_EQ(q.headIndex(), 1u);
+  try {
+    q.at(0);
+    FAIL();
+  } catch (RangeException const& e) {
+    EXPECT_STREQ(e.what(), "linkqueue index out of range");
+  }
+  EXPECT_THROW(q.at(3), RangeException);
+
+  LinkQueue<int, uint8_t> small;
+  for (int i = 0; i < 256; ++i) small.enq(i);
+  for (int i = 0; i < 100; ++i) small.deq();
+  try {
+    small.enq(0);
+    FAIL();
+  } catch (RangeException const& e) {
+    EXPECT_STREQ(e.what(), "linkqueue index space full");
+  }
+  EXPECT_EQ(small.size(), 156u) << "a full index space loses nothing already queued";
+  EXPECT_EQ(small.at(255), 255);
+}
+
+}  // namespace
+}  // namespace Zet
