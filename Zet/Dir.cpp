@@ -57,19 +57,14 @@ Ptr<Entity> Dir::entityRef(Name const& name) const {
   return e ? (*e)->entity() : nullptr;
 }
 
-Ptr<Entity> Dir::entityRef(std::string_view path) const {
-  Dir const& start = path.starts_with('/') ? root() : *this;
-  // A path without names names the directory itself; the walk hands out
-  // what the tree holds, as entityRef(Name) does for a child.
+Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
+  Dir const& start = path.isAbsolute() ? root() : *this;
+  // The walk hands out what the tree holds, as entityRef(Name) does for a
+  // child; for a path without names that is the directory itself.
   Ptr<Entity> at(const_cast<Dir*>(&start));
-  while (!path.empty()) {
-    size_t slash = path.find('/');
-    std::string_view name = path.substr(0, slash);
-    path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
-    if (name.empty()) continue;
+  for (size_t i = 0; i < path.names() && at; ++i) {
     auto const* dir = dynamic_cast<Dir const*>(at.ptr());
-    if (!dir) return nullptr;
-    at = dir->entityRef(Name(name));
+    at = dir ? dir->entityRef(path.name(i)) : nullptr;
   }
   return at;
 }

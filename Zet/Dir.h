@@ -20,6 +20,7 @@
 #include <string_view>
 
 #include "Zet/Entity.h"
+#include "Zet/EntityUri.h"
 #include "Zet/HashMap.h"
 
 namespace Zet {
@@ -63,9 +64,8 @@ class Dir : public Entity {
     Status status_ = Status::notCurrent;
   };
 
-  class NotifieeConst : public Entity::NotifieeConst {
+  class NotifieeConst : public TypedNotifiee<Dir> {
    public:
-    void notifierIs(Ptr<Dir const> dir) { bind(std::move(dir)); }
     // An entry was added, became current or was deleted.
     virtual void onEntry(Name const&) {}
   };
@@ -81,12 +81,13 @@ class Dir : public Entity {
 
   // The entity of the current entry of that name; null when there is none.
   Ptr<Entity> entityRef(Name const& name) const;
-  // The entity at a '/'-separated path: an absolute path is walked from the
-  // root of this directory's tree, a relative one from this directory; empty
-  // components are ignored, so "" and "/" name a directory itself. Null when
-  // any name on the way is missing, not current, or (before the last) not a
-  // directory.
-  Ptr<Entity> entityRef(std::string_view path) const;
+  // The entity at a path: an absolute path is walked from the root of this
+  // directory's tree, a relative one from this directory; a path without
+  // names ("" or "/") names the directory it starts from. Null when any name
+  // on the way is missing, not current, or (before the last) not a directory.
+  Ptr<Entity> entityRef(EntityUriPath const& path) const;
+  // The same for a path given as '/'-separated text.
+  Ptr<Entity> entityRef(std::string_view path) const { return entityRef(EntityUriPath(String8(path))); }
   Ptr<Entity> entityRef(char const* path) const { return entityRef(std::string_view(path)); }
 
   // The child directory of that name, made when the name is free.

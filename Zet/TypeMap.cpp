@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -14,6 +13,7 @@
 
 #include "Zet/Exception.h"
 #include "Zet/Format.h"
+#include "Zet/System.h"
 #include "Zet/Trace.h"
 
 namespace Zet {
@@ -101,8 +101,8 @@ std::vector<fs::path> mapFilesIn(std::string_view directory) {
 
 // The library that the map files of ZET_TYPE_MAP_PATH name for `type`.
 std::optional<std::string> libraryFromMapFiles(std::string_view type) {
-  char const* env = std::getenv("ZET_TYPE_MAP_PATH");
-  std::string_view rest = env ? env : "";
+  String8 const mapPath = System::getenv("ZET_TYPE_MAP_PATH");
+  std::string_view rest = mapPath;
   while (!rest.empty()) {
     size_t colon = rest.find(':');
     std::string_view directory = rest.substr(0, colon);

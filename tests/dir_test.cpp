@@ -51,9 +51,10 @@ TEST(Dir, AnAgentBuildsItsTreeByTypeNameAndWalksIt) {
   EXPECT_EQ(deep->fullName(), "/AgentEnv/a/b");
   EXPECT_EQ(deep->entityRef("/AgentEnv/AgentEnvConfigDir"), config);
   EXPECT_EQ(globalDir()->entityRef("AgentEnv//AgentEnvConfigDir/"), config);
-  EXPECT_EQ(globalDir()->entityRef("/AgentEnv/a/b"), deep.ptr());
-  EXPECT_EQ(deep->entityRef(""), deep.ptr());
-  EXPECT_EQ(deep->entityRef("/"), globalDir().ptr());
+  EXPECT_EQ(deep->entityRef(EntityUriPath("/AgentEnv/AgentEnvConfigDir")), config);
+  EXPECT_EQ(globalDir()->entityRef("/AgentEnv/a/b"), deep);
+  EXPECT_EQ(deep->entityRef(""), deep);
+  EXPECT_EQ(deep->entityRef("/"), globalDir());
   EXPECT_EQ(globalDir()->entityRef("/AgentEnv/AgentEnvConfigDir/x"), nullptr);  // through a non-directory
   EXPECT_EQ(globalDir()->entityRef("/AgentEnv/missing/x"), nullptr);
 
