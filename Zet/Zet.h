@@ -1,6 +1,7 @@
 #pragma once
 // Everything the Zet entity framework offers.
 
+#include "Zet/Dir.h"
 #include "Zet/Entity.h"
 #include "Zet/EntityUri.h"
 #include "Zet/Exception.h"
@@ -9,6 +10,8 @@
 #include "Zet/Introspection.h"
 #include "Zet/LinkQueue.h"
 #include "Zet/MemberCollection.h"
+#include "Zet/MountFacility.h"
+#include "Zet/NboAttrLog.h"
 #include "Zet/Notifiee.h"
 #include "Zet/Ptr.h"
 #include "Zet/String8.h"
