@@ -10,18 +10,15 @@ namespace {
 
 std::atomic<bool> localInstantiationEnabled{true};
 
-int quoteSize(std::string_view s) { return static_cast<int>(s.size()); }
+bool entriesCounted(Entity const& e) { return static_cast<Dir const&>(e).entries().isConsistent(); }
 
-TypeDescriptor const& dirType() {
-  static TypeDescriptor const type{
-      "Zet::Dir",
-      dirFactory,
-      {{0x102, "entry", readKeys<&Dir::entries>, nullptr}},
-      {{"count is members count", [](Entity const& e) { return static_cast<Dir const&>(e).entries().isConsistent(); }}},
-  };
-  return type;
-}
-ZET_REGISTER_TYPE(dirType());
+TypeDescriptor const descriptor{
+    "Zet::Dir",
+    dirFactory,
+    {{0x102, "entry", readKeys<&Dir::entries>, nullptr}},
+    {{"count is members count", entriesCounted}},
+};
+ZET_REGISTER_TYPE(descriptor);
 
 }  // namespace
 
@@ -48,7 +45,8 @@ Dir::~Dir() {
   for (auto& member : entries_) release(*member.value());
 }
 
-TypeDescriptor const& Dir::fwkType() const { return dirType(); }
+TypeDescriptor const& Dir::type() { return descriptor; }
+TypeDescriptor const& Dir::fwkType() const { return descriptor; }
 
 Ptr<Dir::Entry> Dir::entry(Name const& name) const { return entries_.value(name); }
 
@@ -83,7 +81,7 @@ Ptr<Dir> Dir::dirIs(Name const& name) {
 Ptr<Entity> Dir::entityIs(Name const& name, std::string_view typeName) {
   if (!localInstantiation())
     throw DirInstantiationException(
-        format("directory instantiation is not enabled for type '%.*s'", quoteSize(typeName), typeName.data()));
+        format("directory instantiation is not enabled for type '%s'", String8(typeName).charPtr()));
   checkName(name);
   if (entries_.find(name)) throwNameInUse(name);
   TypeDescriptor const& type = TypeMap::instance().typeResolved(typeName);
@@ -143,7 +141,7 @@ Ptr<Dir::Entry> Dir::newEntry(Name const& name) {
 }
 
 void Dir::makeCurrent(Ptr<Entry> const& e, Ptr<Entity> entity) {
-  if (!entity->parent()) entity->parentIs(this);
+  if (!entity->parent() && !isWithin(*entity)) entity->parentIs(this);
   e->entityIs(std::move(entity));
   e->statusIs(Entry::Status::current);
   notifyEntry(e->name());
@@ -157,6 +155,12 @@ void Dir::release(Entry& e) {
 
 void Dir::notifyEntry(Name const& name) const {
   notify<NotifieeConst>([&name](NotifieeConst& n) { n.onEntry(name); });
+}
+
+bool Dir::isWithin(Entity const& entity) const {
+  for (Entity const* at = this; at; at = at->parent())
+    if (at == &entity) return true;
+  return false;
 }
 
 Dir const& Dir::root() const {

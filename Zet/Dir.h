@@ -9,7 +9,8 @@
 // child directories (dirIs) and walks paths (entityRef). globalDir() is the
 // process's root.
 //
-// A directory adopts the entities put into it that have no parent, and
+// A directory adopts the entities put into it that have no parent (unless
+// the entity is the directory itself or one above it: a link up the tree), and
 // clears the parent link of those it adopted when they leave or when the
 // directory goes, so that no parent link outlives its directory.
 //
@@ -73,6 +74,7 @@ class Dir : public Entity {
   using Entries = HashMap<Ptr<Entry>>;
 
   TypeDescriptor const& fwkType() const override;
+  static TypeDescriptor const& type();
 
   // The entry of that name, or null.
   Ptr<Entry> entry(Name const& name) const;
@@ -126,11 +128,14 @@ class Dir : public Entity {
   [[noreturn]] void throwNameInUse(Name const& name) const;
   // A new notCurrent entry, told to nobody yet; NameInUseException when taken.
   Ptr<Entry> newEntry(Name const& name);
-  // Puts `entity` into the entry, adopting it, and tells the watchers.
+  // Puts `entity` into the entry, adopting it unless that would close a loop
+  // of parent links, and tells the watchers.
   void makeCurrent(Ptr<Entry> const& entry, Ptr<Entity> entity);
   // Marks a removed entry deleted and lets its entity go.
   void release(Entry& entry);
   void notifyEntry(Name const& name) const;
+  // Whether `entity` is this directory or one above it.
+  bool isWithin(Entity const& entity) const;
   // The topmost directory above this one.
   Dir const& root() const;
 

@@ -23,9 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr char const* kTraceFacility = "TypeMap";
 
-// The precision argument that prints all of s with "%.*s".
-int quoteSize(std::string_view s) { return static_cast<int>(s.size()); }
-
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 
 std::string_view nextField(std::string_view& rest) {
@@ -160,11 +157,11 @@ TypeDescriptor const& TypeMap::typeResolved(std::string_view name) {
   std::optional<std::string> library = libraryFromMapFiles(name);
   if (!library)
     throw NoMapFileEntryException(
-        format("library containing type '%.*s' was not found in any map file", quoteSize(name), name.data()));
+        format("library containing type '%s' was not found in any map file", String8(name).charPtr()));
   loadLibrary(name, *library);
   if (auto const* t = type(name)) return *t;
-  throw NoTypeNodeException(format("no type node for type '%.*s' after loading %s", quoteSize(name), name.data(),
-                                   library->c_str()));
+  throw NoTypeNodeException(
+      format("no type node for type '%s' after loading %s", String8(name).charPtr(), library->c_str()));
 }
 
 void TypeMap::loadLibrary(std::string_view name, std::string const& library) {
@@ -180,7 +177,7 @@ void TypeMap::loadLibrary(std::string_view name, std::string const& library) {
       m.loadReports[std::string(name)] = String8(report ? report : "unknown dlopen failure");
   }
   if (!loaded)
-    throw LibraryLoadException(format("library for type '%.*s' failed to load: %s", quoteSize(name), name.data(),
+    throw LibraryLoadException(format("library for type '%s' failed to load: %s", String8(name).charPtr(),
                                       loadReport(name).charPtr()));
 }
 

@@ -97,6 +97,13 @@ TEST(Dir, AWalkerWaitsForAnEntryToBecomeCurrent) {
   EXPECT_EQ(arrived->parent(), root.ptr());  // adopted: it had no parent
   EXPECT_EQ(root->entityRef("/mnt/inside"), inside);
   EXPECT_EQ(inside->fullName(), "root/mnt/inside");
+  // A link up the tree is walked like any entry but never adopted: the
+  // parent links stay a tree.
+  arrived->entryIs("up", root);
+  EXPECT_EQ(root->parent(), nullptr);
+  EXPECT_EQ(root->entityRef("mnt/up/mnt/up/mnt/inside"), inside);
+  EXPECT_EQ(arrived->entityRef("/mnt/up/mnt/inside"), inside);
+  arrived->entryDel("up");
 
   root->entryIs("mnt", arrived);  // already there: nothing happens
   EXPECT_THROW(root->entryIs("mnt", inside), NameInUseException);
