@@ -32,7 +32,8 @@ void AgentEnvConfigDir::agentEnvConfigDel(Name const& name) {
 }
 
 void AgentEnvConfigDir::agentEnvConfigDelAll() {
-  while (configs_.size() > 0) agentEnvConfigDel(Name(configs_.members().begin()->key()));
+  // The bookmark moves on as each member goes, so this is one pass.
+  for (auto it = configs_.members().begin(); it;) agentEnvConfigDel(Name(it->key()));
 }
 
 namespace {

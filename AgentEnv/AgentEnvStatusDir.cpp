@@ -32,7 +32,7 @@ void AgentEnvStatusDir::agentEnvStatusDel(Name const& name) {
 }
 
 void AgentEnvStatusDir::agentEnvStatusDelAll() {
-  while (statuses_.size() > 0) agentEnvStatusDel(Name(statuses_.members().begin()->key()));
+  for (auto it = statuses_.members().begin(); it;) agentEnvStatusDel(Name(it->key()));
 }
 
 namespace {
