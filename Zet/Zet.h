@@ -1,6 +1,8 @@
 #pragma once
 // Everything the Zet entity framework offers.
 
+#include "Zet/Activity.h"
+#include "Zet/ActivityLoop.h"
 #include "Zet/Entity.h"
 #include "Zet/EntityUri.h"
 #include "Zet/Exception.h"
@@ -11,6 +13,7 @@
 #include "Zet/MemberCollection.h"
 #include "Zet/Notifiee.h"
 #include "Zet/Ptr.h"
+#include "Zet/Reactor.h"
 #include "Zet/String8.h"
 #include "Zet/System.h"
 #include "Zet/Trace.h"
