@@ -3,6 +3,7 @@
 
 #include "Zet/Activity.h"
 #include "Zet/ActivityLoop.h"
+#include "Zet/ConstructorParameter.h"
 #include "Zet/Entity.h"
 #include "Zet/EntityUri.h"
 #include "Zet/Exception.h"
