@@ -44,7 +44,7 @@ void AgentEnvConfig::nestedConfigDelAll() {
   for (auto it = nestedConfig_.begin(); it;) nestedConfigDel(Name(it->key()));
 }
 
-void AgentEnvConfig::removedFromDir() {
+void AgentEnvConfig::removedFromOwner() {
   aggConfigIs(nullptr);
   dir_ = nullptr;
   parentIs(nullptr);
