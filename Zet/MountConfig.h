@@ -13,6 +13,7 @@
 
 #include "Zet/Entity.h"
 #include "Zet/EntityUri.h"
+#include "Zet/MemberCollection.h"
 
 namespace Zet {
 
@@ -67,11 +68,11 @@ class MountConfig : public Entity {
   static TypeDescriptor const& type();
 
  private:
-  friend class MountConfigDir;
+  friend class MemberCollection<MountConfig>;
   friend Ptr<MountConfig> mountConfigFactory(Name const&, Entity*, EntityUri const&, EntityUri const&);
   MountConfig(Name name, Entity* parent, EntityUri source0, EntityUri source1);
   // Called by the directory once it has taken this config out.
-  void removedFromDir() { parentIs(nullptr); }
+  void removedFromOwner() { parentIs(nullptr); }
 
   EntityUri source0_;
   EntityUri source1_;

@@ -24,9 +24,8 @@ class MountConfigDir : public Entity {
 
   // The config of that name; a new one made with these sources (notifying
   // onMountConfig) when there is none. The sources of a config are fixed:
-  // asking again with other sources is RangeException "Reinstantiating the
-  // pointer interface where constructor parameter attribute _source0 has a
-  // different value of" followed by both values (likewise _source1).
+  // asking again with other sources is the NameInUseException of
+  // constructorParameterCheck for "_source0" or "_source1".
   Ptr<MountConfig> mountConfigIs(Name const& name, EntityUri const& source0, EntityUri const& source1);
   // Removes the config (notifying onMountConfig); absent names are ignored.
   void mountConfigDel(Name const& name);
@@ -38,6 +37,9 @@ class MountConfigDir : public Entity {
  private:
   friend Ptr<MountConfigDir> mountConfigDirFactory(Name const&, Entity*);
   MountConfigDir(Name name, Entity* parent) : Entity(std::move(name), parent) {}
+
+  // Notifies the change of one member.
+  void memberChanged(Name const& name);
 
   MemberCollection<MountConfig> configs_;
 };

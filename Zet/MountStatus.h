@@ -24,6 +24,7 @@
 
 #include "Zet/Entity.h"
 #include "Zet/EntityUri.h"
+#include "Zet/MemberCollection.h"
 
 namespace Zet {
 
@@ -65,11 +66,11 @@ class MountStatus : public Entity {
   static TypeDescriptor const& type();
 
  private:
-  friend class MountStatusDir;
+  friend class MemberCollection<MountStatus>;
   friend Ptr<MountStatus> mountStatusFactory(Name const&, Entity*);
   MountStatus(Name name, Entity* parent) : Entity(std::move(name), parent) {}
   // Called by the directory once it has taken this status out.
-  void removedFromDir() { parentIs(nullptr); }
+  void removedFromOwner() { parentIs(nullptr); }
 
   State state_ = notMounted;
   Code code_ = ok;

@@ -11,22 +11,20 @@ Ptr<MountStatusDir> mountStatusDirFactory(Name const& name, Entity* parent) {
 MountStatusDir::~MountStatusDir() { mountStatusDelAll(); }
 
 Ptr<MountStatus> MountStatusDir::mountStatusIs(Name const& name) {
-  bool created = false;
-  Ptr<MountStatus> status =
-      statuses_.memberIs(name, [this](Name const& n) { return mountStatusFactory(n, this); }, created);
-  if (created) notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountStatus(name); });
-  return status;
+  return statuses_.memberIs(
+      name, [this](Name const& n) { return mountStatusFactory(n, this); }, [this](Name const& n) { memberChanged(n); });
 }
 
 void MountStatusDir::mountStatusDel(Name const& name) {
-  Ptr<MountStatus> status = statuses_.memberDel(name);
-  if (!status) return;
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountStatus(name); });
-  status->removedFromDir();
+  statuses_.memberDel(name, [this](Name const& n) { memberChanged(n); });
 }
 
 void MountStatusDir::mountStatusDelAll() {
-  while (statuses_.size() > 0) mountStatusDel(Name(statuses_.members().begin()->key()));
+  statuses_.memberDelAll([this](Name const& n) { memberChanged(n); });
+}
+
+void MountStatusDir::memberChanged(Name const& name) {
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountStatus(name); });
 }
 
 namespace {

@@ -36,6 +36,9 @@ class MountStatusDir : public Entity {
   friend Ptr<MountStatusDir> mountStatusDirFactory(Name const&, Entity*);
   MountStatusDir(Name name, Entity* parent) : Entity(std::move(name), parent) {}
 
+  // Notifies the change of one member.
+  void memberChanged(Name const& name);
+
   MemberCollection<MountStatus> statuses_;
 };
 

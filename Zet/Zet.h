@@ -1,6 +1,9 @@
 #pragma once
 // Everything the Zet entity framework offers.
 
+#include "Zet/Activity.h"
+#include "Zet/ActivityLoop.h"
+#include "Zet/ConstructorParameter.h"
 #include "Zet/Dir.h"
 #include "Zet/Entity.h"
 #include "Zet/EntityUri.h"
@@ -14,6 +17,7 @@
 #include "Zet/NboAttrLog.h"
 #include "Zet/Notifiee.h"
 #include "Zet/Ptr.h"
+#include "Zet/Reactor.h"
 #include "Zet/String8.h"
 #include "Zet/System.h"
 #include "Zet/Trace.h"

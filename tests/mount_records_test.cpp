@@ -75,7 +75,7 @@ TEST(MountRecords, ARequesterAsksForAMountAndFollowsItsStatus) {
   try {
     configs->mountConfigIs("state", source1, source1);
     ADD_FAILURE() << "other sources were accepted";
-  } catch (RangeException const& e) {
+  } catch (NameInUseException const& e) {
     EXPECT_NE(e.text().view().find("constructor parameter attribute _source0 has a different value of"),
               std::string_view::npos);
   }

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what building and testing need on a Debian machine. As root it
+# runs apt-get; otherwise it prints the packages to install and fails.
+set -euo pipefail
+
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev pkg-config flex bison
+          libgtest-dev libbenchmark-dev libconfig++-dev git)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -eq 0 ]; then
+  echo "setup: installing ${missing[*]}" >&2
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq >/dev/null || true
+  apt-get install -y -qq "${missing[@]}" >/dev/null
+else
+  echo "setup: missing packages; run: sudo apt-get install ${missing[*]}" >&2
+  exit 1
+fi

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Sets up, then builds and runs every test in the default (release) and the
+# sanitizer configurations, and checks that an installed copy can be used
+# from another CMake project.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+jobs=$(nproc)
+
+for preset in release sanitizer; do
+  echo "== $preset build and tests"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  ctest --preset "$preset" -j "$jobs"
+done
+
+echo "== installed package used from another project"
+prefix=$PWD/build/install-check
+rm -rf "$prefix" build/consumer
+cmake --install build/release --prefix "$prefix" >/dev/null
+cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build build/consumer
+build/consumer/consumer
+echo "== all tests passed"
