@@ -10,7 +10,7 @@
 #include "Zet/Exception.h"
 #include "Zet/Format.h"
 #include "Zet/HashMap.h"
-#include "Zet/Introspection.h"
+#include "Zet/ScopedNameRegistry.h"
 #include "Zet/LinkQueue.h"
 #include "Zet/MemberCollection.h"
 #include "Zet/MountFacility.h"
