@@ -41,10 +41,10 @@ void AgentEnvConfig::nestedConfigDel(Name const& name) {
 }
 
 void AgentEnvConfig::nestedConfigDelAll() {
-  while (!nestedConfig_.empty()) nestedConfigDel(Name(nestedConfig_.begin()->key()));
+  for (auto it = nestedConfig_.begin(); it;) nestedConfigDel(Name(it->key()));
 }
 
-void AgentEnvConfig::removedFromDir() {
+void AgentEnvConfig::removedFromOwner() {
   aggConfigIs(nullptr);
   dir_ = nullptr;
   parentIs(nullptr);

@@ -20,6 +20,8 @@
 namespace Zet {
 
 class AgentEnvConfigDir;
+template <class T>
+class MemberCollection;
 
 class AgentEnvConfig : public Entity {
  public:
@@ -87,11 +89,11 @@ class AgentEnvConfig : public Entity {
   static TypeDescriptor const& type();
 
  private:
-  friend class AgentEnvConfigDir;
+  friend class MemberCollection<AgentEnvConfig>;
   friend Ptr<AgentEnvConfig> agentEnvConfigFactory(Name const&, AgentEnvConfigDir*);
   AgentEnvConfig(Name name, AgentEnvConfigDir* dir);
   // Called by the directory once it has taken this config out.
-  void removedFromDir();
+  void removedFromOwner();
 
   AgentEnvConfigDir* dir_;
   EntityUri source0_;

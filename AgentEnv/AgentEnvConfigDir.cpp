@@ -17,22 +17,20 @@ AgentEnvConfigDir::~AgentEnvConfigDir() { agentEnvConfigDelAll(); }
 Ptr<AgentEnvConfig> AgentEnvConfigDir::newAgentEnvConfig(Name const& name) { return agentEnvConfigFactory(name, this); }
 
 Ptr<AgentEnvConfig> AgentEnvConfigDir::agentEnvConfigIs(Name const& name) {
-  bool created = false;
-  Ptr<AgentEnvConfig> config =
-      configs_.memberIs(name, [this](Name const& n) { return newAgentEnvConfig(n); }, created);
-  if (created) notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); });
-  return config;
+  return configs_.memberIs(
+      name, [this](Name const& n) { return newAgentEnvConfig(n); }, [this](Name const& n) { memberChanged(n); });
 }
 
 void AgentEnvConfigDir::agentEnvConfigDel(Name const& name) {
-  Ptr<AgentEnvConfig> config = configs_.memberDel(name);
-  if (!config) return;
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); });
-  config->removedFromDir();
+  configs_.memberDel(name, [this](Name const& n) { memberChanged(n); });
 }
 
 void AgentEnvConfigDir::agentEnvConfigDelAll() {
-  while (configs_.size() > 0) agentEnvConfigDel(Name(configs_.members().begin()->key()));
+  configs_.memberDelAll([this](Name const& n) { memberChanged(n); });
+}
+
+void AgentEnvConfigDir::memberChanged(Name const& name) {
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); });
 }
 
 namespace {

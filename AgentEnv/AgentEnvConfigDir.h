@@ -39,6 +39,8 @@ class AgentEnvConfigDir : public Entity {
   virtual Ptr<AgentEnvConfig> newAgentEnvConfig(Name const& name);
 
  private:
+  // Notifies the change of one member.
+  void memberChanged(Name const& name);
   friend Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const&);
   friend Ptr<Entity> makeAgentEnvConfigDir(Name const&, Entity*);
 

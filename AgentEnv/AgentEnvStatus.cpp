@@ -11,7 +11,7 @@ Ptr<AgentEnvStatus> agentEnvStatusFactory(Name const& name, AgentEnvStatusDir* d
   return Ptr<AgentEnvStatus>(new AgentEnvStatus(name, dir));
 }
 
-void AgentEnvStatus::removedFromDir() {
+void AgentEnvStatus::removedFromOwner() {
   dir_ = nullptr;
   parentIs(nullptr);
 }

@@ -14,6 +14,8 @@
 namespace Zet {
 
 class AgentEnvStatusDir;
+template <class T>
+class MemberCollection;
 
 class AgentEnvStatus : public Entity {
  public:
@@ -75,10 +77,10 @@ class AgentEnvStatus : public Entity {
   static TypeDescriptor const& type();
 
  private:
-  friend class AgentEnvStatusDir;
+  friend class MemberCollection<AgentEnvStatus>;
   friend Ptr<AgentEnvStatus> agentEnvStatusFactory(Name const&, AgentEnvStatusDir*);
   AgentEnvStatus(Name name, AgentEnvStatusDir* dir);
-  void removedFromDir();
+  void removedFromOwner();
 
   AgentEnvStatusDir* dir_;
   EntityUri currentSource_;

@@ -17,22 +17,20 @@ AgentEnvStatusDir::~AgentEnvStatusDir() { agentEnvStatusDelAll(); }
 Ptr<AgentEnvStatus> AgentEnvStatusDir::newAgentEnvStatus(Name const& name) { return agentEnvStatusFactory(name, this); }
 
 Ptr<AgentEnvStatus> AgentEnvStatusDir::agentEnvStatusIs(Name const& name) {
-  bool created = false;
-  Ptr<AgentEnvStatus> status =
-      statuses_.memberIs(name, [this](Name const& n) { return newAgentEnvStatus(n); }, created);
-  if (created) notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvStatus(name); });
-  return status;
+  return statuses_.memberIs(
+      name, [this](Name const& n) { return newAgentEnvStatus(n); }, [this](Name const& n) { memberChanged(n); });
 }
 
 void AgentEnvStatusDir::agentEnvStatusDel(Name const& name) {
-  Ptr<AgentEnvStatus> status = statuses_.memberDel(name);
-  if (!status) return;
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvStatus(name); });
-  status->removedFromDir();
+  statuses_.memberDel(name, [this](Name const& n) { memberChanged(n); });
 }
 
 void AgentEnvStatusDir::agentEnvStatusDelAll() {
-  while (statuses_.size() > 0) agentEnvStatusDel(Name(statuses_.members().begin()->key()));
+  statuses_.memberDelAll([this](Name const& n) { memberChanged(n); });
+}
+
+void AgentEnvStatusDir::memberChanged(Name const& name) {
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvStatus(name); });
 }
 
 namespace {

@@ -37,6 +37,8 @@ class AgentEnvStatusDir : public Entity {
   virtual Ptr<AgentEnvStatus> newAgentEnvStatus(Name const& name);
 
  private:
+  // Notifies the change of one member.
+  void memberChanged(Name const& name);
   friend Ptr<AgentEnvStatusDir> agentEnvStatusDirFactory(Name const&);
   friend Ptr<Entity> makeAgentEnvStatusDir(Name const&, Entity*);
 

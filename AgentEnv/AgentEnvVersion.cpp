@@ -1,6 +1,6 @@
 #include "AgentEnv/AgentEnvVersion.h"
 
-#include "Zet/Introspection.h"
+#include "Zet/ScopedNameRegistry.h"
 
 #ifndef AGENTENV_BUILD_ID
 #error "the build defines AGENTENV_BUILD_ID"

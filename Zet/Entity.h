@@ -17,6 +17,8 @@
 
 namespace Zet {
 
+class Dir;
+
 class Entity : public PtrInterface, public Notifier {
  public:
   // The notifiee interface of every entity. Each entity type derives its own
@@ -78,6 +80,10 @@ class Entity : public PtrInterface, public Notifier {
   }
 
  private:
+  // A directory adopts the entities put into it and forgets them when they
+  // leave, so that no parent link outlives its directory.
+  friend class Dir;
+
   Name name_;
   Entity* parent_;
   bool isNondestructing_ = false;

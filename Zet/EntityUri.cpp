@@ -142,7 +142,7 @@ bool EntityUri::parse() {
   if (scheme == "tcp") {
     scheme_ = Scheme::tcp;
   } else if (scheme == "unix") {
-    scheme_ = Scheme::unix;
+    scheme_ = Scheme::domainSocket;
   } else {
     schemeKnown_ = false;
     return false;
@@ -156,7 +156,7 @@ bool EntityUri::parse() {
 
 bool EntityUri::parseAuthority(std::string_view authority) {
   if (authority.empty()) return false;
-  if (scheme_ == Scheme::unix) {
+  if (scheme_ == Scheme::domainSocket) {
     std::string socket;
     if (!percentDecode(authority, socket) || socket.empty()) return false;
     host_ = String8(socket);

@@ -79,7 +79,7 @@ class UriQuery {
 
 class EntityUri {
  public:
-  enum class Scheme { none, tcp, unix };
+  enum class Scheme { none, tcp, domainSocket };
 
   EntityUri() = default;
   explicit EntityUri(String8 text);

@@ -143,6 +143,13 @@ class HashMap {
 
    private:
     friend class HashMap;
+// The map keeps a list of the bookmarks standing in it; each one leaves the
+// list in its destructor, which the compiler's dangling-pointer analysis
+// cannot see through.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
     void attach(HashMap const* map, size_t bucket, Member* member) {
       map_ = const_cast<HashMap*>(map);
       bucket_ = bucket;
@@ -152,6 +159,9 @@ class HashMap {
       if (nextBookmark_) nextBookmark_->prevBookmark_ = this;
       map_->bookmarks_ = this;
     }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
     void detach() {
       if (map_ && (prevBookmark_ || map_->bookmarks_ == this)) {
         (prevBookmark_ ? prevBookmark_->nextBookmark_ : map_->bookmarks_) = nextBookmark_;

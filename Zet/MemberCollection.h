@@ -11,6 +11,10 @@
 
 namespace Zet {
 
+// T must have removedFromOwner(), which clears its link back to the owner.
+// `changed(name)` is the owner's notification of a member added or removed;
+// it runs after the member went in, and before a removed member loses its
+// link, so notifiees still see where it was.
 template <class T>
 class MemberCollection {
  public:
@@ -19,27 +23,34 @@ class MemberCollection {
   Ptr<T> member(Name const& name) const { return members_.value(name); }
 
   // The member of that name; when absent, make(name) creates it (null is
-  // RangeException "null ValidPtr") and it is inserted. `created` tells which.
-  template <class Make>
-  Ptr<T> memberIs(Name const& name, Make&& make, bool& created) {
-    created = false;
+  // RangeException "null ValidPtr"), it is inserted and changed(name) runs.
+  template <class Make, class Changed>
+  Ptr<T> memberIs(Name const& name, Make&& make, Changed&& changed) {
     if (Ptr<T>* existing = members_.find(name)) return *existing;
     Ptr<T> m = make(name);
     if (!m) throwRangeException("null ValidPtr");
     members_.insert(name, m);
-    created = true;
+    changed(name);
     return m;
   }
 
-  // Takes the member out and returns it (null when absent).
-  Ptr<T> memberDel(Name const& name) {
+  // Takes the member out, if present: changed(name), then the member loses
+  // its link to the owner.
+  template <class Changed>
+  void memberDel(Name const& name, Changed&& changed) {
     Ptr<T>* found = members_.find(name);
-    if (!found) return nullptr;
+    if (!found) return;
     Ptr<T> m = std::move(*found);
     members_.erase(name);
-    return m;
+    changed(name);
+    m->removedFromOwner();
   }
 
+  // Removes every member in one pass (the bookmark moves on as each goes).
+  template <class Changed>
+  void memberDelAll(Changed&& changed) {
+    for (auto it = members_.begin(); it;) memberDel(Name(it->key()), changed);
+  }
 
  private:
   HashMap<Ptr<T>> members_;

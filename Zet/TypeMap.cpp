@@ -1,18 +1,126 @@
 #include "Zet/TypeMap.h"
 
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "Zet/Exception.h"
 #include "Zet/Format.h"
+#include "Zet/System.h"
+#include "Zet/Trace.h"
 
 namespace Zet {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char const* kTraceFacility = "TypeMap";
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+std::string_view nextField(std::string_view& rest) {
+  size_t start = 0;
+  while (start < rest.size() && isBlank(rest[start])) ++start;
+  size_t end = start;
+  while (end < rest.size() && !isBlank(rest[end])) ++end;
+  std::string_view field = rest.substr(start, end - start);
+  rest.remove_prefix(end);
+  return field;
+}
+
+struct MapLine {
+  std::string_view type;
+  std::string_view library;
+};
+
+// "TypeName library" with nothing after it; nullopt for blank lines,
+// comments and malformed lines (the last traced).
+std::optional<MapLine> parseMapLine(std::string_view line, fs::path const& file, size_t lineNumber) {
+  std::string_view rest = line;
+  MapLine parsed{nextField(rest), nextField(rest)};
+  if (parsed.type.empty() || parsed.type.front() == '#') return std::nullopt;
+  if (parsed.library.empty() || !nextField(rest).empty()) {
+    ZET_TRACE_AT(kTraceFacility, 1) << file.string() << ":" << lineNumber << ": skipping malformed line";
+    return std::nullopt;
+  }
+  return parsed;
+}
+
+// The whole file when it is no larger than the bound; nullopt otherwise.
+std::optional<std::string> readBounded(fs::path const& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::string text(TypeMap::kMaxMapFileBytes + 1, '\0');
+  in.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<size_t>(in.gcount()));
+  if (text.size() > TypeMap::kMaxMapFileBytes) {
+    ZET_TRACE_AT(kTraceFacility, 1) << file.string() << ": skipping map file larger than "
+                                    << TypeMap::kMaxMapFileBytes << " bytes";
+    return std::nullopt;
+  }
+  return text;
+}
+
+std::optional<std::string> libraryInMapFile(fs::path const& file, std::string_view type) {
+  std::optional<std::string> text = readBounded(file);
+  if (!text) return std::nullopt;
+  std::string_view rest = *text;
+  for (size_t lineNumber = 1; !rest.empty(); ++lineNumber) {
+    size_t newline = rest.find('\n');
+    std::string_view line = rest.substr(0, newline);
+    rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
+    if (line.size() > TypeMap::kMaxMapLineBytes) {
+      ZET_TRACE_AT(kTraceFacility, 1) << file.string() << ":" << lineNumber << ": skipping overlong line";
+      continue;
+    }
+    auto parsed = parseMapLine(line, file, lineNumber);
+    if (parsed && parsed->type == type) return std::string(parsed->library);
+  }
+  return std::nullopt;
+}
+
+std::vector<fs::path> mapFilesIn(std::string_view directory) {
+  std::vector<fs::path> files;
+  std::error_code ec;
+  for (fs::directory_iterator it(fs::path(directory), ec), end; !ec && it != end; it.increment(ec)) {
+    std::error_code typeEc;
+    if (it->path().extension() == ".map" && it->is_regular_file(typeEc)) files.push_back(it->path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// The library that the map files of ZET_TYPE_MAP_PATH name for `type`.
+std::optional<std::string> libraryFromMapFiles(std::string_view type) {
+  String8 const mapPath = System::getenv("ZET_TYPE_MAP_PATH");
+  std::string_view rest = mapPath;
+  while (!rest.empty()) {
+    size_t colon = rest.find(':');
+    std::string_view directory = rest.substr(0, colon);
+    rest.remove_prefix(colon == std::string_view::npos ? rest.size() : colon + 1);
+    if (directory.empty()) continue;
+    for (fs::path const& file : mapFilesIn(directory))
+      if (auto library = libraryInMapFile(file, type)) return library;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
 
 struct TypeMap::Impl {
-  mutable std::mutex mutex;
+  mutable std::mutex mutex;  // guards the two maps
   std::map<std::string, TypeDescriptor const*, std::less<>> types;
   std::map<std::string, String8, std::less<>> loadReports;
+  // Serialises resolutions that load libraries. Recursive because a library's
+  // initialisers may resolve further types while it loads; separate from
+  // `mutex` because they also register types.
+  std::recursive_mutex loading;
 };
 
 TypeMap& TypeMap::instance() {
@@ -42,7 +150,35 @@ TypeDescriptor const* TypeMap::type(std::string_view name) const {
 
 TypeDescriptor const& TypeMap::typeResolved(std::string_view name) {
   if (auto const* t = type(name)) return *t;
-  throw NoMapFileEntryException(format("no map file entry for type %.*s", int(name.size()), name.data()));
+  Impl& m = impl();
+  std::lock_guard loading(m.loading);
+  if (auto const* t = type(name)) return *t;  // loaded by another thread meanwhile
+
+  std::optional<std::string> library = libraryFromMapFiles(name);
+  if (!library)
+    throw NoMapFileEntryException(
+        format("library containing type '%s' was not found in any map file", String8(name).charPtr()));
+  loadLibrary(name, *library);
+  if (auto const* t = type(name)) return *t;
+  throw NoTypeNodeException(
+      format("no type node for type '%s' after loading %s", String8(name).charPtr(), library->c_str()));
+}
+
+void TypeMap::loadLibrary(std::string_view name, std::string const& library) {
+  ZET_TRACE_AT(kTraceFacility, 2) << "loading " << library << " for type " << name;
+  bool loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL) != nullptr;
+  char const* report = loaded ? nullptr : dlerror();
+  {
+    Impl& m = impl();
+    std::lock_guard lock(m.mutex);
+    if (loaded)
+      m.loadReports.erase(std::string(name));
+    else
+      m.loadReports[std::string(name)] = String8(report ? report : "unknown dlopen failure");
+  }
+  if (!loaded)
+    throw LibraryLoadException(format("library for type '%s' failed to load: %s", String8(name).charPtr(),
+                                      loadReport(name).charPtr()));
 }
 
 String8 TypeMap::loadReport(std::string_view name) const {

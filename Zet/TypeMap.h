@@ -3,14 +3,24 @@
 //
 // Types register themselves when their library loads (ZET_REGISTER_TYPE).
 // A name that is not registered is resolved through map files: each directory
-// of ZET_TYPE_MAP_PATH (':'-separated) may hold files named "*.map" whose
-// lines read "TypeName library.so"; the library is loaded with dlopen and is
-// expected to register the type as it loads. Each way this can fail has its
-// own exception: NoMapFileEntryException (no map line names the type),
-// LibraryLoadException (dlopen failed), NoTypeNodeException (the library
-// loaded but did not register the type). All derive from UnknownTypeException.
-// Thread-safe.
+// of ZET_TYPE_MAP_PATH (':'-separated, read at every resolution) may hold
+// files named "*.map", read in name order, whose lines read
+// "TypeName library.so"; blank lines and lines starting with '#' are ignored,
+// and a line that is malformed, longer than kMaxMapLineBytes or in a file
+// larger than kMaxMapFileBytes is skipped (traced under "TypeMap", level 1).
+// The first line naming the type wins. Its library is loaded with dlopen
+// (RTLD_NOW | RTLD_GLOBAL; a bare file name is searched for the way dlopen
+// searches) and is expected to register the type as it loads. A loaded
+// library is never unloaded: it may have registered other types as well.
+//
+// Each way resolution can fail has its own exception, all derived from
+// UnknownTypeException: NoMapFileEntryException (no map line names the
+// type), LibraryLoadException (dlopen failed; loadReport keeps its report),
+// NoTypeNodeException (the library loaded but did not register the type).
+// Thread-safe; resolutions that load a library run one at a time.
 
+#include <cstddef>
+#include <string>
 #include <string_view>
 
 #include "Zet/TypeDescriptor.h"
@@ -19,6 +29,9 @@ namespace Zet {
 
 class TypeMap {
  public:
+  static constexpr size_t kMaxMapFileBytes = 256 * 1024;
+  static constexpr size_t kMaxMapLineBytes = 1024;
+
   static TypeMap& instance();
 
   // Registers a type. Registering the same descriptor again is a no-op;
@@ -29,14 +42,17 @@ class TypeMap {
   // The type of that name, loading its library through the map files when
   // it is not registered yet; throws as described above.
   TypeDescriptor const& typeResolved(std::string_view name);
-  // What went wrong the last time the library for this type failed to load
-  // (dlopen's report); empty when it did not fail.
+  // dlopen's report of the last failed attempt to load the library of this
+  // type; empty when the last attempt did not fail that way.
   String8 loadReport(std::string_view name) const;
 
  private:
   TypeMap() = default;
   struct Impl;
   Impl& impl() const;
+  // dlopens `library`, recording or clearing the load report of `name`;
+  // LibraryLoadException when dlopen fails.
+  void loadLibrary(std::string_view name, std::string const& library);
 };
 
 // Registers a descriptor at load time: ZET_REGISTER_TYPE(agentEnvConfigType());

@@ -15,12 +15,18 @@
 namespace Zet {
 namespace {
 
+Name numbered(char const* prefix, long n) {
+  std::string text(prefix);
+  text += std::to_string(n);
+  return Name(text);
+}
+
 TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
   HashMap<int> map;
   std::map<std::string, int> model;
   std::mt19937 rng(7);
   for (int step = 0; step < 200000; ++step) {
-    Name key("k" + std::to_string(rng() % 5000));
+    Name key = numbered("k", rng() % 5000);
     switch (rng() % 4) {
       case 0:
       case 1: {
@@ -54,14 +60,14 @@ TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
 
 TEST(HashMap, WalkSurvivesDeletingTheMemberItStandsOnAndOthers) {
   HashMap<int> map(2);  // few buckets: long chains
-  for (int i = 0; i < 100; ++i) map.insert(Name("m" + std::to_string(i)), i);
+  for (int i = 0; i < 100; ++i) map.insert(numbered("m", i), i);
 
   // Delete every member as it is visited, plus its successor-by-number.
   size_t visited = 0;
   for (auto it = map.begin(); it; ++visited) {
     Name key(it->key());
     int v = it->value();
-    map.erase(Name("m" + std::to_string(v ^ 1)));
+    map.erase(numbered("m", v ^ 1));
     map.erase(key);  // the bookmark moves on to the next member
     EXPECT_FALSE(it && it->key() == key);
   }
@@ -72,7 +78,7 @@ TEST(HashMap, WalkSurvivesDeletingTheMemberItStandsOnAndOthers) {
 
 TEST(HashMap, BookmarksOutliveClearsAndTheMapItself) {
   auto* map = new HashMap<std::string>;
-  for (int i = 0; i < 10; ++i) map->insert(Name("k" + std::to_string(i)), "v");
+  for (int i = 0; i < 10; ++i) map->insert(numbered("k", i), "v");
   auto a = map->begin();
   auto b = a;
   ++b;
@@ -90,7 +96,7 @@ TEST(HashMap, GrowsOnlyWhenNoWalkIsInProgress) {
   map.insert("first", 1);
   {
     auto it = map.begin();
-    for (int i = 0; i < 64; ++i) map.insert(Name("n" + std::to_string(i)), i);
+    for (int i = 0; i < 64; ++i) map.insert(numbered("n", i), i);
     EXPECT_TRUE(it);
     EXPECT_EQ(it->key(), "first") << "the bookmark still stands where it was";
   }

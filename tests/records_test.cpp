@@ -222,6 +222,22 @@ TEST(Records, TypesAreRegisteredByName) {
   }
 }
 
+TEST(Records, ReinstantiatingWithAnotherConstructorParameterIsRefused) {
+  Ptr<AgentEnvStatusDir> dir = agentEnvStatusDirFactory("statuses");
+  Ptr<AgentEnvStatus> current = dir->agentEnvStatusIs("e1");
+  Ptr<AgentEnvStatus> same = dir->agentEnvStatusIs("e1");
+  EXPECT_NO_THROW(constructorParameterCheck("_status", current, same));
+  Ptr<AgentEnvStatusDir> other = agentEnvStatusDirFactory("other");
+  try {
+    constructorParameterCheck("_status", current, other->agentEnvStatusIs("e1"));
+    FAIL();
+  } catch (NameInUseException const& e) {
+    EXPECT_STREQ(e.what(),
+                 "Reinstantiating the pointer interface where constructor parameter attribute _status has a "
+                 "different value of other/e1 than the current value of statuses/e1 not allowed");
+  }
+}
+
 TEST(Records, StatusDefaultsAndNotifications) {
   Ptr<AgentEnvStatusDir> dir = agentEnvStatusDirFactory("statuses");
   Ptr<AgentEnvStatus> s = dir->agentEnvStatusIs("e1");

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "AgentEnv/AgentEnvVersion.h"
-#include "Zet/Introspection.h"
+#include "Zet/ScopedNameRegistry.h"
 
 namespace Zet {
 namespace {

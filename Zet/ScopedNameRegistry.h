@@ -1,5 +1,5 @@
 #pragma once
-// The introspection registry: libraries announce the scoped names of the
+// The introspection registry (IntrospectionReactor): libraries announce the scoped names of the
 // types they provide ("Zet" then "AgentEnvVersion", closed by two scope
 // exits), so that generic tools can list them. Thread-safe.
 

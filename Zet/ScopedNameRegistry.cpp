@@ -1,4 +1,4 @@
-#include "Zet/Introspection.h"
+#include "Zet/ScopedNameRegistry.h"
 
 #include <mutex>
 #include <string>

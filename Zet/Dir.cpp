@@ -1,0 +1,179 @@
+#include "Zet/Dir.h"
+
+#include <atomic>
+
+#include "Zet/Format.h"
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+namespace {
+
+std::atomic<bool> localInstantiationEnabled{true};
+
+bool entriesCounted(Entity const& e) { return static_cast<Dir const&>(e).entries().isConsistent(); }
+
+TypeDescriptor const descriptor{
+    "Zet::Dir",
+    dirFactory,
+    {{0x102, "entry", readKeys<&Dir::entries>, nullptr}},
+    {{"count is members count", entriesCounted}},
+};
+ZET_REGISTER_TYPE(descriptor);
+
+}  // namespace
+
+void Dir::Entry::NotifieeConst::notifierIs(Ptr<Entry const> entry) {
+  if (entry == notifier_) return;
+  if (notifier_) notifier_->notifieeRemove(this);
+  notifier_ = std::move(entry);
+  if (notifier_) notifier_->notifieeAdd(this);
+}
+
+void Dir::Entry::entityIs(Ptr<Entity> entity) {
+  if (entity == entity_) return;
+  entity_ = std::move(entity);
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onEntity(); });
+}
+
+void Dir::Entry::statusIs(Status status) {
+  if (status == status_) return;
+  status_ = status;
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onStatus(); });
+}
+
+Dir::~Dir() {
+  for (auto& member : entries_) release(*member.value());
+}
+
+TypeDescriptor const& Dir::type() { return descriptor; }
+TypeDescriptor const& Dir::fwkType() const { return descriptor; }
+
+Ptr<Dir::Entry> Dir::entry(Name const& name) const { return entries_.value(name); }
+
+Ptr<Entity> Dir::entityRef(Name const& name) const {
+  Ptr<Entry> const* e = entries_.find(name);
+  return e ? (*e)->entity() : nullptr;
+}
+
+Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
+  Dir const& start = path.isAbsolute() ? root() : *this;
+  // The walk hands out what the tree holds, as entityRef(Name) does for a
+  // child; for a path without names that is the directory itself.
+  Ptr<Entity> at(const_cast<Dir*>(&start));
+  for (size_t i = 0; i < path.names() && at; ++i) {
+    auto const* dir = dynamic_cast<Dir const*>(at.ptr());
+    at = dir ? dir->entityRef(path.name(i)) : nullptr;
+  }
+  return at;
+}
+
+Ptr<Dir> Dir::dirIs(Name const& name) {
+  if (Ptr<Entry> existing = entry(name)) {
+    if (auto dir = ptr_cast<Dir>(existing->entity())) return dir;
+    throwNameInUse(name);
+  }
+  checkName(name);
+  Ptr<Dir> dir = ptr_cast<Dir>(dirFactory(name, this));
+  makeCurrent(newEntry(name), dir);
+  return dir;
+}
+
+Ptr<Entity> Dir::entityIs(Name const& name, std::string_view typeName) {
+  if (!localInstantiation())
+    throw DirInstantiationException(
+        format("directory instantiation is not enabled for type '%s'", String8(typeName).charPtr()));
+  checkName(name);
+  if (entries_.find(name)) throwNameInUse(name);
+  TypeDescriptor const& type = TypeMap::instance().typeResolved(typeName);
+  Ptr<Entity> entity = type.factory ? type.factory(name, this) : nullptr;
+  if (!entity) throwRangeException("null ValidPtr");
+  makeCurrent(newEntry(name), entity);
+  return entity;
+}
+
+Ptr<Dir::Entry> Dir::entryIs(Name const& name) {
+  if (Ptr<Entry> existing = entry(name)) return existing;
+  checkName(name);
+  Ptr<Entry> e = newEntry(name);
+  notifyEntry(name);
+  return e;
+}
+
+Ptr<Dir::Entry> Dir::entryIs(Name const& name, Ptr<Entity> entity) {
+  if (!entity) throwRangeException(format("null entity for entry '%s'", name.charPtr()));
+  Ptr<Entry> e = entry(name);
+  if (e && e->entity() == entity) return e;
+  if (e && e->status() != Entry::Status::notCurrent) throwNameInUse(name);
+  if (!e) {
+    checkName(name);
+    e = newEntry(name);
+  }
+  makeCurrent(e, std::move(entity));
+  return e;
+}
+
+void Dir::entryDel(Name const& name) {
+  Ptr<Entry> e = entry(name);
+  if (!e) return;
+  entries_.erase(name);
+  release(*e);
+  notifyEntry(name);
+}
+
+bool Dir::localInstantiation() { return localInstantiationEnabled.load(std::memory_order_relaxed); }
+
+void Dir::localInstantiationIs(bool enabled) { localInstantiationEnabled.store(enabled, std::memory_order_relaxed); }
+
+void Dir::checkName(Name const& name) {
+  if (name.isEmpty() || name.view().find('/') != std::string_view::npos)
+    throwRangeException(format("invalid entry name '%s'", name.charPtr()));
+}
+
+void Dir::throwNameInUse(Name const& name) const {
+  throw NameInUseException(format("name '%s' is in use in %s", name.charPtr(), fullName().charPtr()));
+}
+
+Ptr<Dir::Entry> Dir::newEntry(Name const& name) {
+  auto [slot, inserted] = entries_.insert(name, nullptr);
+  if (!inserted) throwNameInUse(name);
+  *slot = new Entry(name);
+  return *slot;
+}
+
+void Dir::makeCurrent(Ptr<Entry> const& e, Ptr<Entity> entity) {
+  if (!entity->parent() && !isWithin(*entity)) entity->parentIs(this);
+  e->entityIs(std::move(entity));
+  e->statusIs(Entry::Status::current);
+  notifyEntry(e->name());
+}
+
+void Dir::release(Entry& e) {
+  if (e.entity() && e.entity()->parent() == this) e.entity()->parentIs(nullptr);
+  e.entityIs(nullptr);
+  e.statusIs(Entry::Status::deleted);
+}
+
+void Dir::notifyEntry(Name const& name) const {
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onEntry(name); });
+}
+
+bool Dir::isWithin(Entity const& entity) const {
+  for (Entity const* at = this; at; at = at->parent())
+    if (at == &entity) return true;
+  return false;
+}
+
+Dir const& Dir::root() const {
+  Dir const* dir = this;
+  while (auto const* up = dynamic_cast<Dir const*>(dir->parent())) dir = up;
+  return *dir;
+}
+
+Ptr<Entity> dirFactory(Name const& name, Entity* parent) { return new Dir(name, parent); }
+
+Ptr<Dir> globalDir() {
+  static Ptr<Dir> const* root = new Ptr<Dir>(ptr_cast<Dir>(dirFactory("/", nullptr)));
+  return *root;
+}
+
+}  // namespace Zet

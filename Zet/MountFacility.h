@@ -1,0 +1,24 @@
+#pragma once
+// The mount facility: where a process asks for entities of other processes
+// to be mounted into its tree, and reads how each mount stands.
+//
+// Both directories are made on first use and live as long as the process;
+// they also appear in the global directory as /MountFacility/MountConfigDir
+// and /MountFacility/MountStatusDir. The facility keeps one MountStatus per
+// MountConfig, of the same name: adding a config adds its status at once
+// (state notMounted) and removing the config removes the status. Carrying
+// out the mounts is the business of the facility's mount machinery; these
+// records are its interface. Call from the thread that owns the global
+// directory.
+
+#include "Zet/MountConfigDir.h"
+#include "Zet/MountStatusDir.h"
+
+namespace Zet {
+namespace MountFacility {
+
+Ptr<MountConfigDir> mountConfigDir();
+Ptr<MountStatusDir> mountStatusDir();
+
+}  // namespace MountFacility
+}  // namespace Zet

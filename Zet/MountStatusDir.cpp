@@ -1,0 +1,51 @@
+#include "Zet/MountStatusDir.h"
+
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+
+Ptr<MountStatusDir> mountStatusDirFactory(Name const& name, Entity* parent) {
+  return Ptr<MountStatusDir>(new MountStatusDir(name, parent));
+}
+
+MountStatusDir::~MountStatusDir() { mountStatusDelAll(); }
+
+Ptr<MountStatus> MountStatusDir::mountStatusIs(Name const& name) {
+  return statuses_.memberIs(
+      name, [this](Name const& n) { return mountStatusFactory(n, this); }, [this](Name const& n) { memberChanged(n); });
+}
+
+void MountStatusDir::mountStatusDel(Name const& name) {
+  statuses_.memberDel(name, [this](Name const& n) { memberChanged(n); });
+}
+
+void MountStatusDir::mountStatusDelAll() {
+  statuses_.memberDelAll([this](Name const& n) { memberChanged(n); });
+}
+
+void MountStatusDir::memberChanged(Name const& name) {
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountStatus(name); });
+}
+
+namespace {
+
+Ptr<Entity> makeFromTypeMap(Name const& name, Entity* parent) { return mountStatusDirFactory(name, parent); }
+
+using D = MountStatusDir;
+TypeDescriptor const descriptor{
+    "Zet::MountStatusDir",
+    makeFromTypeMap,
+    {{0x102, "mountStatus", readKeys<&D::mountStatuses>, nullptr}},
+    {
+        {"mountStatus-inverse-dir", membersPointBack<&D::mountStatuses>},
+        {"count is members count", membersCounted<&D::mountStatuses>},
+    },
+};
+ZET_REGISTER_TYPE(descriptor);
+
+}  // namespace
+
+TypeDescriptor const& MountStatusDir::type() { return descriptor; }
+TypeDescriptor const& MountStatusDir::fwkType() const { return descriptor; }
+
+}  // namespace Zet

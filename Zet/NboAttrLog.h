@@ -1,0 +1,53 @@
+#pragma once
+// The attribute-log service: how this process serves its entity tree to
+// other processes. Its connection directory holds where the service listens:
+// a TCP port, a local domain socket, or both. Setting them here records the
+// wish and tells the watchers; the service's listening machinery follows
+// them.
+//
+// The connection directory is made on first use, lives as long as the
+// process and appears in the global directory as /NboAttrLog/ConnectionDir.
+// Not thread-safe: used on the activity-loop thread that owns the global
+// directory.
+
+#include <cstdint>
+
+#include "Zet/Entity.h"
+
+namespace Zet {
+namespace NboAttrLog {
+
+class ConnectionDir : public Entity {
+ public:
+  class NotifieeConst : public TypedNotifiee<ConnectionDir> {
+   public:
+    virtual void onListenPort() {}
+    virtual void onListenDomainSock() {}
+  };
+
+  // The TCP port to listen on; 0 for none.
+  unsigned short listenPort() const { return listenPort_; }
+  void listenPortIs(unsigned short v) { attributeIs(listenPort_, v, &NotifieeConst::onListenPort); }
+  // The path of the domain socket to listen on; empty for none.
+  String8 const& listenDomainSock() const { return listenDomainSock_; }
+  void listenDomainSockIs(String8 const& v) { attributeIs(listenDomainSock_, v, &NotifieeConst::onListenDomainSock); }
+
+  TypeDescriptor const& fwkType() const override;
+  static TypeDescriptor const& type();
+
+ private:
+  friend Ptr<ConnectionDir> connectionDirFactory(Name const&, Entity*);
+  ConnectionDir(Name name, Entity* parent) : Entity(std::move(name), parent) {}
+
+  unsigned short listenPort_ = 0;
+  String8 listenDomainSock_;
+};
+
+// A new connection directory, not listening anywhere.
+Ptr<ConnectionDir> connectionDirFactory(Name const& name, Entity* parent = nullptr);
+
+// The process's connection directory.
+Ptr<ConnectionDir> connectionDir();
+
+}  // namespace NboAttrLog
+}  // namespace Zet

@@ -1,0 +1,22 @@
+// A plugin the type map's tests load with dlopen: it registers the entity
+// type "Test::Widget" as it loads, as every plugin named by a map file must.
+
+#include "Zet/Entity.h"
+#include "Zet/TypeMap.h"
+
+namespace {
+
+class Widget : public Zet::Entity {
+ public:
+  Widget(Zet::Name const& name, Zet::Entity* parent) : Entity(name, parent) {}
+  Zet::TypeDescriptor const& fwkType() const override;
+};
+
+Zet::Ptr<Zet::Entity> widgetFactory(Zet::Name const& name, Zet::Entity* parent) { return new Widget(name, parent); }
+
+Zet::TypeDescriptor const widgetType{"Test::Widget", widgetFactory, {}, {}};
+ZET_REGISTER_TYPE(widgetType);
+
+Zet::TypeDescriptor const& Widget::fwkType() const { return widgetType; }
+
+}  // namespace
