@@ -17,9 +17,9 @@ namespace Zet {
 class ConfigFileParser::FileRead {
  public:
   FileRead(ConfigFileParser& parser, String8 const& name, FILE* file) : parser_(parser) {
-    parser_.currentFile_ = name;
     parser_.reader_->InitScanner(file);
     parser_.reader_->InitParser(&parser_);
+    parser_.currentFile_ = name;
   }
   ~FileRead() {
     parser_.reader_->CleanupParser();
@@ -67,12 +67,8 @@ void ConfigFileParser::handleConfigFile() {
 void ConfigFileParser::readConfigFile(String8 const& name) {
   ConfigFileHandle file = openConfigFile(name);
   if (!file) throw AgentException(format("error: file '%.*s' not found", int(name.size()), name.charPtr()));
-  {
-    FileRead read(*this, name, file.get());
-    reader_->parse();
-    if (!reader_->readFailed()) return;
-  }
-  throw AgentException(format("error: file '%.*s' could not be read", int(name.size()), name.charPtr()));
+  FileRead read(*this, name, file.get());
+  reader_->parse();
 }
 
 Name ConfigFileParser::parentDependency() const {

@@ -69,9 +69,11 @@ class ConfigFileParser : public Entity {
   // runs. Returns at once when called during a read (an include's name is
   // read later by the running loop). Resets both error counts first. A name
   // read before is skipped. Throws AgentException "error: file 'NAME' not
-  // found" when no directory holds a file, and "error: file 'NAME' could not
-  // be read" when reading it fails; files read before keep their entries, and
-  // the names after it stay queued for the next call.
+  // found" when no directory holds a file, "error: file 'NAME' could not be
+  // read" when reading it fails and "error: file 'NAME' has a line longer
+  // than 64 MiB"; what a file gave before the error stays, files read before
+  // keep their entries, and the names after it stay queued for the next call.
+  // Other exceptions (from the directory, say) leave the parser the same way.
   void handleConfigFile();
 
   // Whether a name has been taken off the queue (read or being read).

@@ -27,6 +27,11 @@ void ConfigReader::CleanupParser() {
   failure_ = nullptr;
 }
 
+void ConfigReader::throwFileError(char const* what) const {
+  String8 const& file = parser_->currentFile();
+  throw AgentException(format("error: file '%.*s' %s", int(file.size()), file.charPtr(), what));
+}
+
 void ConfigReader::echo(char const* text, size_t size) {
   parser_->echoStream().write(text, static_cast<std::streamsize>(size));
 }

@@ -36,16 +36,21 @@ class ConfigReader {
   void InitParser(Ptr<ConfigFileParser> parser);
   // Parses the whole file: 0 on success, 1 after a syntax error that no
   // error rule absorbed, 2 when the grammar's stack is exhausted. What a
-  // callback (or the scanner) throws ends the parse and is rethrown here,
-  // after the grammar has released its stack.
+  // callback or the scanner throws ends the parse and is rethrown here, after
+  // the grammar has released its stack: among it AgentException "error: file
+  // 'NAME' could not be read" and "error: file 'NAME' has a line longer than
+  // 64 MiB".
   int parse();
   void CleanupParser();
-  // Whether reading failed before the end of the file (an I/O error).
-  bool readFailed() const { return readFailed_; }
+
+  // No token is longer than its line, so bounding lines bounds the scanner's
+  // buffer, whose size is an int.
+  static constexpr size_t kMaxLineLength = size_t(64) << 20;
 
   // ---- For the scanner -----------------------------------------------------
 
-  // Reads up to `size` bytes of the file; 0 at its end or on an error.
+  // Reads up to `size` bytes of the file; 0 at its end. Throws on a read
+  // error and on a line longer than kMaxLineLength.
   size_t read(char* buffer, size_t size);
   // Every scanner rule calls this first: its text lies on the current line.
   void textScanned() { lineOfText_ = line_; }
@@ -89,6 +94,8 @@ class ConfigReader {
 
  private:
   void releaseScanner();
+  size_t readSome(char* buffer, size_t size);
+  [[noreturn]] void throwFileError(char const* what) const;
 
   void* scanner_ = nullptr;  // the flex scanner (yyscan_t) of the current read
   FILE* in_ = nullptr;
@@ -96,7 +103,7 @@ class ConfigReader {
   std::exception_ptr failure_;    // what ended the current parse early
   unsigned long line_ = 1;        // the line the scanner is on
   unsigned long lineOfText_ = 1;  // the line of the most recently scanned text
-  bool readFailed_ = false;
+  size_t lineLength_ = 0;         // bytes read since the last newline
 };
 
 }  // namespace Zet

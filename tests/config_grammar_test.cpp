@@ -203,7 +203,10 @@ TEST_F(ConfigGrammar, UnmatchedBracketLeavesTheEntityOpen) {
 TEST_F(ConfigGrammar, TenThousandNestedEntitiesEachKeepTheirDependency) {
   constexpr int kDepth = 10000;
   std::string text;
-  for (int i = 0; i < kDepth; ++i) text += "e" + std::to_string(i) + " { dependency = \"d" + std::to_string(i) + "\";\n";
+  for (int i = 0; i < kDepth; ++i) {
+    std::string n = std::to_string(i);
+    text.append("e").append(n).append(" { dependency = \"d").append(n).append("\";\n");
+  }
   text += "source0 = \"innermost\";\n";
   text += std::string(kDepth, '}') + "\n";
   read("deep.conf", text);

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "AgentEnv/ConfigReader.h"
 #include "config_test_support.h"
 
 namespace Zet::testing {
@@ -125,6 +126,22 @@ TEST_F(ConfigScanner, LongLinesAreScannedWhole) {
   EXPECT_TRUE(errors.str().empty());
   EXPECT_EQ(config("store")->source0().text().size(), longText.size());
   EXPECT_EQ(config("store")->typeName(), "T");
+}
+
+TEST_F(ConfigScanner, ALineLongerThanTheLimitEndsTheFile) {
+  std::string text = "kept { typeName = \"T\"; }\n// ";
+  text.append(ConfigReader::kMaxLineLength, 'x');
+  text += "\nlost { typeName = \"T\"; }\n";
+  try {
+    read("huge.conf", text);
+    FAIL() << "no exception";
+  } catch (AgentException const& e) {
+    EXPECT_STREQ(e.what(), "error: file 'huge.conf' has a line longer than 64 MiB");
+  }
+  EXPECT_TRUE(config("kept"));
+  EXPECT_FALSE(config("lost"));
+  read("small.conf", "small { typeName = \"T\"; }\n");
+  EXPECT_TRUE(config("small")) << "the parser reads on";
 }
 
 TEST_F(ConfigScanner, NulAndHighBytesAreEchoedOutsideStringsAndKeptInside) {
