@@ -6,4 +6,5 @@
 #include "AgentEnv/AgentEnvStatus.h"
 #include "AgentEnv/AgentEnvStatusDir.h"
 #include "AgentEnv/AgentEnvVersion.h"
+#include "AgentEnv/ConfigFileParser.h"
 #include "Zet/Zet.h"
