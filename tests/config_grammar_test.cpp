@@ -129,7 +129,7 @@ TEST_F(ConfigGrammar, ConcatenationJoinsFromTheRightTrimmingOneQuoteAtEachSeam) 
 
 TEST_F(ConfigGrammar, UnmatchedBracketLeavesTheEntityOpen) {
   read("open.conf", "a {\n  source0 = \"x\";\n  dependency = \"d\";\n");
-  read("stray.conf", "d {\n  typeName = \"T\";\n  (\n}\ne { timeoutPeriod = 1; }\n");
+  read("stray.conf", "d {\n  typeName = \"T\";\n  colour = \"x\" (\n}\ne { timeoutPeriod = 1; }\n");
   EXPECT_EQ(errorLines(), (Lines{"open.conf:3: error: syntax error", "open.conf:3: error: unmatched bracket",
                                  "stray.conf:3: error: syntax error", "stray.conf:3: error: unmatched bracket"}));
   EXPECT_EQ(config("a")->source0().text(), "x");
