@@ -73,7 +73,7 @@ TEST_F(ConfigScanner, NumbersHaveNoSignExponentOrLeadingPoint) {
   int n = 0;
   for (char const* refused : {"1e5", "-5", ".5", "true", "!5"}) {
     errors.str("");
-    std::string name = "n" + std::to_string(n++) + ".conf";
+    std::string name = std::to_string(n++) + "-number.conf";
     read(name, std::string("b { timeoutPeriod = ") + refused + "; }\n");
     EXPECT_EQ(errorLines().front(), name + ":1: error: syntax error") << refused;
   }
