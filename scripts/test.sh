@@ -21,4 +21,5 @@ cmake --install build/release --prefix "$prefix" >/dev/null
 cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build build/consumer
 build/consumer/consumer
+(cd examples && "$prefix/bin/agentenv" check -D STORE_TIMEOUT=30 agent.conf)
 echo "== all tests passed"
