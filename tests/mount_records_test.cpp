@@ -120,21 +120,11 @@ TEST(MountRecords, ARequesterAsksForAMountAndFollowsItsStatus) {
   globalDir()->entryDel("remote");
 }
 
-TEST(MountRecords, EnumerationsReadBackFromTheirTexts) {
-  for (unsigned c = MountStatus::ok; c <= MountStatus::groupCode; ++c) {
-    auto code = static_cast<MountStatus::Code>(c);
-    EXPECT_EQ(strepToValue<MountStatus::Code>(stringValue(code)), code) << c;
-  }
-  for (unsigned s = MountStatus::notMounted; s <= MountStatus::error; ++s) {
-    auto state = static_cast<MountStatus::State>(s);
-    EXPECT_EQ(strepToValue<MountStatus::State>(stringValue(state)), state) << s;
-  }
-  EXPECT_EQ(stringValue(MountStatus::disconnected), "disconnected");
-  EXPECT_EQ(stringValue(MountStatus::protocolVersionMismatch), "protocolVersionMismatch");
+TEST(MountRecords, MountCodesKeepTheirNumbers) {
+  // The state machines translate these numbers; 3 and 5 must not swap.
+  EXPECT_EQ(stringValue(static_cast<MountStatus::Code>(3)), "disconnected");
+  EXPECT_EQ(stringValue(static_cast<MountStatus::Code>(5)), "protocolVersionMismatch");
   EXPECT_EQ(stringValue(static_cast<MountStatus::Code>(8)), "MountStatus::Code(8)");
-  EXPECT_EQ(stringValue(static_cast<MountStatus::State>(5)), "MountStatus::State(5)");
-  EXPECT_EQ(stringValue(MountConfig::stateRemoving), "stateRemoving");
-  EXPECT_EQ(stringValue(static_cast<MountConfig::UnmountType>(2)), "MountConfig::UnmountType(2)");
   EXPECT_THROW(strepToValue<MountStatus::State>("completed"), RangeException);
 }
 
