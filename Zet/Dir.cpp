@@ -62,7 +62,8 @@ Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
   Ptr<Entity> at(const_cast<Dir*>(&start));
   for (size_t i = 0; i < path.names() && at; ++i) {
     auto const* dir = dynamic_cast<Dir const*>(at.ptr());
-    at = dir ? dir->entityRef(path.name(i)) : nullptr;
+    auto const* e = dir ? dir->entries_.memberByText(path.nameText(i)) : nullptr;
+    at = e ? e->value()->entity() : nullptr;
   }
   return at;
 }

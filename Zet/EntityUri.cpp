@@ -52,10 +52,12 @@ EntityUriPath::EntityUriPath(String8 text) : text_(std::move(text)) {
   }
 }
 
-Name EntityUriPath::name(size_t i) const {
-  if (i >= names_.size()) return Name();
-  return Name(text_.view().substr(names_[i].first, names_[i].second));
+std::string_view EntityUriPath::nameText(size_t i) const {
+  if (i >= names_.size()) return {};
+  return text_.view().substr(names_[i].first, names_[i].second);
 }
+
+Name EntityUriPath::name(size_t i) const { return Name(nameText(i)); }
 
 EntityUriPath EntityUriPath::removeTrailingSlash() const {
   std::string_view t = text_.view();

@@ -34,6 +34,8 @@ class EntityUriPath {
   // The non-empty names along the path ("/a//b/" has the names a and b).
   size_t names() const { return names_.size(); }
   Name name(size_t i) const;
+  // The text of name i, without making a Name; empty past the last.
+  std::string_view nameText(size_t i) const;
   // The same path without one trailing '/' ("/" stays "/").
   EntityUriPath removeTrailingSlash() const;
   // Appends a relative path below this one; an absolute or empty one is

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "Zet/String8.h"
@@ -60,6 +62,17 @@ class HashMap {
     size_t h = hashOf(key);
     for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
       if (m->hash_ == h && m->key_ == key) return m;
+    return nullptr;
+  }
+  // The member whose key has this text, or null; for string keys, without
+  // making a key first.
+  Member* memberByText(std::string_view text) const
+    requires std::is_base_of_v<String8, Key>
+  {
+    if (!table_) return nullptr;
+    size_t h = spread(String8::hashOf(text));
+    for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
+      if (m->hash_ == h && m->key_.view() == text) return m;
     return nullptr;
   }
   // A pointer to the value for key, or null.
@@ -211,11 +224,9 @@ class HashMap {
     while (b < n) b <<= 1;
     return b;
   }
-  static size_t hashOf(Key const& key) {
-    // Spread the bits so that hashes differing only high up use different buckets.
-    uint64_t h = std::hash<Key>()(key);
-    return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47));
-  }
+  static size_t hashOf(Key const& key) { return spread(std::hash<Key>()(key)); }
+  // Folds the high bits in, so hashes differing only high up use different buckets.
+  static size_t spread(uint64_t h) { return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47)); }
 
   Member* link(Member* m) {
     if (!table_) table_ = std::make_unique<Member*[]>(buckets_);

@@ -54,6 +54,12 @@ TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
     ++walked;
   }
   EXPECT_EQ(walked, model.size());
+  for (auto const& [key, value] : model) {
+    auto* m = map.memberByText(key);
+    ASSERT_NE(m, nullptr) << "text lookup hashes as the key does";
+    ASSERT_EQ(m->value(), value);
+  }
+  EXPECT_EQ(map.memberByText("absent"), nullptr);
   EXPECT_EQ(map.find("absent"), nullptr);
   EXPECT_EQ(map.value("absent"), 0);
 }
