@@ -112,19 +112,32 @@ String8 UriQuery::text() const {
 
 // ---- EntityUri ---------------------------------------------------------------
 
-EntityUri::EntityUri(String8 text) : text_(std::move(text)) { valid_ = parse(); }
+EntityUri::EntityUri(String8 text) {
+  if (!text.isEmpty()) parts_ = Ptr<Parts const>(new Parts(std::move(text)));
+}
+
+EntityUri::Parts::Parts(String8 t) : text(std::move(t)) { valid = parse(); }
+
+EntityUri::Parts const& EntityUri::emptyParts() {
+  static Parts const* empty = [] {
+    auto* p = new Parts(String8());
+    p->newRef();  // never released
+    return p;
+  }();
+  return *empty;
+}
 
 EntityUri const& EntityUri::exportUri() {
   static EntityUri const uri(String8("*"));
   return uri;
 }
 
-bool EntityUri::parse() {
-  std::string_view t = text_.view();
+bool EntityUri::Parts::parse() {
+  std::string_view t = text.view();
   if (t.empty() || t == "*") return true;
   size_t question = t.find('?');
   if (question != std::string_view::npos) {
-    query_ = UriQuery(t.substr(question + 1));
+    query = UriQuery(t.substr(question + 1));
     t = t.substr(0, question);
   }
   size_t colon = t.find("://");
@@ -134,44 +147,43 @@ bool EntityUri::parse() {
     size_t firstColon = t.find(':');
     if (firstColon != std::string_view::npos && firstColon < t.find('/')) {
       // "name:..." without "//" reads as a scheme we do not serve.
-      schemeKnown_ = false;
+      schemeKnown = false;
       return false;
     }
-    path_ = EntityUriPath(String8(t));
+    path = EntityUriPath(String8(t));
     return true;
   }
-  std::string_view scheme = t.substr(0, colon);
-  if (scheme == "tcp") {
-    scheme_ = Scheme::tcp;
-  } else if (scheme == "unix") {
-    scheme_ = Scheme::domainSocket;
+  if (head == "tcp") {
+    scheme = Scheme::tcp;
+  } else if (head == "unix") {
+    scheme = Scheme::domainSocket;
   } else {
-    schemeKnown_ = false;
+    schemeKnown = false;
     return false;
   }
   std::string_view rest = t.substr(colon + 3);
   size_t slash = rest.find('/');
   std::string_view authority = rest.substr(0, slash);
-  path_ = EntityUriPath(String8(slash == std::string_view::npos ? std::string_view("/") : rest.substr(slash)));
+  path = EntityUriPath(String8(slash == std::string_view::npos ? std::string_view("/") : rest.substr(slash)));
   return parseAuthority(authority);
 }
 
-bool EntityUri::parseAuthority(std::string_view authority) {
+bool EntityUri::Parts::parseAuthority(std::string_view authority) {
   if (authority.empty()) return false;
-  if (scheme_ == Scheme::domainSocket) {
+  if (scheme == Scheme::domainSocket) {
     std::string socket;
     if (!percentDecode(authority, socket) || socket.empty()) return false;
-    host_ = String8(socket);
+    host = String8(socket);
     return true;
   }
   size_t colon = authority.rfind(':');
   if (colon == std::string_view::npos || colon == 0) return false;
   std::string_view portText = authority.substr(colon + 1);
-  unsigned port = 0;
-  auto r = std::from_chars(portText.data(), portText.data() + portText.size(), port);
-  if (r.ec != std::errc() || r.ptr != portText.data() + portText.size() || port > 65535) return false;
-  host_ = String8(authority.substr(0, colon));
-  port_ = static_cast<uint16_t>(port);
+  unsigned number = 0;
+  auto r = std::from_chars(portText.data(), portText.data() + portText.size(), number);
+  if (r.ec != std::errc() || r.ptr != portText.data() + portText.size() || number > 65535) return false;
+  host = String8(authority.substr(0, colon));
+  port = static_cast<uint16_t>(number);
   return true;
 }
 

@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Zet/Ptr.h"
 #include "Zet/String8.h"
 #include "Zet/Value.h"
 
@@ -88,35 +89,46 @@ class EntityUri {
   // The one URI that names this process's own tree.
   static EntityUri const& exportUri();
 
-  bool isEmpty() const { return text_.isEmpty(); }
-  bool isExport() const { return text_ == "*"; }
-  bool isValid() const { return valid_; }
+  bool isEmpty() const { return !parts_; }
+  bool isExport() const { return text() == "*"; }
+  bool isValid() const { return parts().valid; }
   // True when the scheme is one this framework serves (or there is none).
-  bool checkScheme() const { return schemeKnown_; }
-  Scheme scheme() const { return scheme_; }
+  bool checkScheme() const { return parts().schemeKnown; }
+  Scheme scheme() const { return parts().scheme; }
   // tcp: host and port; unix: the decoded socket path.
-  String8 const& host() const { return host_; }
-  uint16_t port() const { return port_; }
-  String8 const& socketPath() const { return host_; }
+  String8 const& host() const { return parts().host; }
+  uint16_t port() const { return parts().port; }
+  String8 const& socketPath() const { return parts().host; }
   // The path of the entity in its process's tree.
-  EntityUriPath const& entityPath() const { return path_; }
-  UriQuery const& query() const { return query_; }
+  EntityUriPath const& entityPath() const { return parts().path; }
+  UriQuery const& query() const { return parts().query; }
 
-  String8 const& text() const { return text_; }
-  friend bool operator==(EntityUri const& a, EntityUri const& b) { return a.text_ == b.text_; }
+  String8 const& text() const { return parts().text; }
+  friend bool operator==(EntityUri const& a, EntityUri const& b) {
+    return a.parts_ == b.parts_ || a.text() == b.text();
+  }
 
  private:
-  bool parse();
-  bool parseAuthority(std::string_view authority);
+  // The text and what was read from it. Parsed once and shared by copies,
+  // so a URI is one pointer wide and copying it costs one count.
+  struct Parts : PtrInterface {
+    explicit Parts(String8 t);
+    bool parse();
+    bool parseAuthority(std::string_view authority);
 
-  String8 text_;
-  Scheme scheme_ = Scheme::none;
-  String8 host_;
-  uint16_t port_ = 0;
-  EntityUriPath path_;
-  UriQuery query_;
-  bool valid_ = true;
-  bool schemeKnown_ = true;
+    String8 text;
+    Scheme scheme = Scheme::none;
+    String8 host;
+    uint16_t port = 0;
+    EntityUriPath path;
+    UriQuery query;
+    bool valid = true;
+    bool schemeKnown = true;
+  };
+  Parts const& parts() const { return parts_ ? *parts_ : emptyParts(); }
+  static Parts const& emptyParts();
+
+  Ptr<Parts const> parts_;  // null for the empty URI
 };
 
 template <>
