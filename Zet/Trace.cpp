@@ -1,5 +1,7 @@
 #include "Zet/Trace.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
@@ -18,6 +20,16 @@ struct TraceState {
   std::mutex mutex;
   Selection selection;
   Trace::Sink sink;
+  // The highest level any facility selects (-1: none), read without the
+  // lock so that traces that are not selected cost one load.
+  std::atomic<int> highestLevel{-1};
+
+  void selectionIs(Selection s) {
+    int highest = s.otherLevel;
+    for (auto const& f : s.facilities) highest = std::max(highest, f.second);
+    selection = std::move(s);
+    highestLevel.store(highest, std::memory_order_relaxed);
+  }
 };
 
 Selection parse(std::string_view text) {
@@ -41,7 +53,7 @@ Selection parse(std::string_view text) {
 TraceState& state() {
   static TraceState* s = [] {
     auto* t = new TraceState;
-    if (char const* env = std::getenv("ZET_TRACE")) t->selection = parse(env);
+    if (char const* env = std::getenv("ZET_TRACE")) t->selectionIs(parse(env));
     return t;
   }();
   return *s;
@@ -51,6 +63,7 @@ TraceState& state() {
 
 bool Trace::isEnabled(std::string_view facility, int level) {
   TraceState& s = state();
+  if (level > s.highestLevel.load(std::memory_order_relaxed)) return false;
   std::lock_guard lock(s.mutex);
   for (auto const& [name, selected] : s.selection.facilities)
     if (name == facility) return level <= selected;
@@ -60,7 +73,7 @@ bool Trace::isEnabled(std::string_view facility, int level) {
 void Trace::configIs(std::string_view selection) {
   TraceState& s = state();
   std::lock_guard lock(s.mutex);
-  s.selection = parse(selection);
+  s.selectionIs(parse(selection));
 }
 
 Trace::Sink Trace::sinkIs(Sink sink) {
