@@ -3,6 +3,10 @@
 
 #include "AgentEnv/AgentEnvConfig.h"
 #include "AgentEnv/AgentEnvConfigDir.h"
+#include "AgentEnv/AgentEnvDirSm.h"
+#include "AgentEnv/AgentEnvDirSmWrapper.h"
+#include "AgentEnv/AgentEnvRoot.h"
+#include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvStatus.h"
 #include "AgentEnv/AgentEnvStatusDir.h"
 #include "AgentEnv/AgentEnvVersion.h"

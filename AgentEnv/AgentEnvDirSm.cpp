@@ -1,0 +1,158 @@
+#include "AgentEnv/AgentEnvDirSm.h"
+
+#include <vector>
+
+#include "Zet/Activity.h"
+#include "Zet/ConstructorParameter.h"
+#include "Zet/Trace.h"
+
+namespace Zet {
+namespace {
+
+// The activity of every state machine is named after its config.
+constexpr unsigned kActivityPriorityHint = 10;
+
+bool namesEntry(Name const& dependency) {
+  return !dependency.isEmpty() && !(dependency == AgentEnvConfig::notReady());
+}
+
+}  // namespace
+
+AgentEnvDirSm::AgentEnvDirSm(Ptr<AgentEnvConfigDir const> configDir, Ptr<AgentEnvStatusDir> statusDir)
+    : Reactor(nullptr), configDir_(std::move(configDir)), statusDir_(std::move(statusDir)) {
+  if (configDir_) handleConfig();
+  AgentEnvConfigDir::NotifieeConst::notifierIs(configDir_);
+  activate();
+}
+
+AgentEnvDirSm::~AgentEnvDirSm() {
+  AgentEnvConfigDir::NotifieeConst::notifierIs(nullptr);
+  agentEnvSmDelAll();
+}
+
+Ptr<AgentEnvDirSm> agentEnvDirSmFactory(Ptr<AgentEnvConfigDir const> configDir, Ptr<AgentEnvStatusDir> statusDir) {
+  Ptr<AgentEnvDirSm> sm(new AgentEnvDirSm(std::move(configDir), std::move(statusDir)));
+  if (!sm) throwRangeException("null ValidPtr");
+  return sm;
+}
+
+void AgentEnvDirSm::notifierIs(Ptr<Entity const> const& dir) {
+  Ptr<AgentEnvConfigDir const> configDir = ptr_cast<AgentEnvConfigDir const>(dir);
+  if (configDir != configDir_) {
+    configDir_ = configDir;
+    AgentEnvConfigDir::NotifieeConst::notifierIs(configDir_);
+    if (configDir_) handleConfig();
+  }
+  hasNotificationActiveIs(true);
+}
+
+void AgentEnvDirSm::handleConfig() {
+  if (!configDir_) return;
+  for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) handleConfig(it->key());
+}
+
+void AgentEnvDirSm::onAgentEnvConfig(Name const& name) {
+  if (hasNotificationActive()) handleConfig(name);
+}
+
+// Prerequisites are made first, without recursion: a name whose dependency
+// or aggregate still lacks a state machine waits on a stack until that one
+// is made. A name already on the stack is not pushed again, so a cycle of
+// configs that name each other ends; it is reported by the state machines.
+void AgentEnvDirSm::handleConfig(Name const& name) {
+  if (!configDir_) return;
+  ZET_TRACE_AT("AgentEnvSm", 1) << "Got AgentEnvConfig: " << name;
+  std::vector<Name> pending{name};
+  HashMap<bool> visiting;
+  while (!pending.empty()) {
+    Name prerequisite = missingPrerequisite(pending.back(), visiting);
+    if (prerequisite.isEmpty()) {
+      reconcile(pending.back());
+      pending.pop_back();
+      continue;
+    }
+    if (pending.size() == 1) visiting.insert(name, true);
+    visiting.insert(prerequisite, true);
+    pending.push_back(prerequisite);
+    ZET_TRACE_AT("AgentEnvSm", 1) << "Got AgentEnvConfig: " << prerequisite;
+  }
+}
+
+Name AgentEnvDirSm::missingPrerequisite(Name const& name, HashMap<bool>& visiting) {
+  Ptr<AgentEnvConfig> config = configDir_->agentEnvConfig(name);
+  if (!config) return Name();
+  auto lacking = [&](Name const& other) {
+    if (!configDir_->agentEnvConfig(other) || sms_.find(other)) return false;
+    // Already being made further down the stack: a cycle. Its status is made
+    // now, so that the configs on the cycle find each other's statuses.
+    if (visiting.find(other) || other == name) {
+      statusDir_->agentEnvStatusIs(other);
+      return false;
+    }
+    return true;
+  };
+  Name const& dependency = config->dependency();
+  if (namesEntry(dependency) && lacking(dependency)) return dependency;
+  if (Ptr<AgentEnvConfig> const& aggregate = config->aggConfig())
+    if (lacking(aggregate->name())) return aggregate->name();
+  return Name();
+}
+
+void AgentEnvDirSm::reconcile(Name const& name) {
+  Ptr<AgentEnvConfig> config = configDir_->agentEnvConfig(name);
+  if (!config) return remove(name);
+  Ptr<AgentEnvStatus> status = statusDir_->agentEnvStatusIs(name);
+  Ptr<ActivityConfig> activity = ActivityFacility::activityManagerConfig()->activityConfigIs(name, kActivityPriorityHint);
+  Ptr<AgentEnvSm> sm = agentEnvSmIs(activity, config, status);
+  if (sm->agentEnvConfig() != config) sm->agentEnvConfigIs(config);
+}
+
+void AgentEnvDirSm::remove(Name const& name) {
+  ZET_TRACE_AT("AgentEnvSm", 1) << "AgentEnvConfig deleted: " << name;
+  if (Ptr<AgentEnvSm> sm = agentEnvSm(name)) sm->maybeDeleteMountConfig();
+  agentEnvSmDel(name);
+  statusDir_->agentEnvStatusDel(name);
+  ActivityFacility::activityManagerConfig()->activityConfigDel(name);
+  dependencyGraphChanged();
+}
+
+Ptr<AgentEnvSm> AgentEnvDirSm::agentEnvSmIs(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
+                                            Ptr<AgentEnvStatus> status) {
+  if (!config) throwRangeException("null ValidPtr");
+  if (Ptr<AgentEnvSm> existing = agentEnvSm(config->name())) {
+    constructorParameterCheck("_status", existing->status(), status);
+    return existing;
+  }
+  Ptr<AgentEnvSm> sm = newAgentEnvSm(std::move(activity), config, std::move(status));
+  if (!sm) throwRangeException("null ValidPtr");
+  sms_.insert(config->name(), sm);
+  if (!hasNotificationActive()) sm->hasNotificationActiveIs(false);
+  return sm;
+}
+
+Ptr<AgentEnvSm> AgentEnvDirSm::newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
+                                             Ptr<AgentEnvStatus> status) {
+  return Ptr<AgentEnvSm>(new AgentEnvSm(std::move(activity), std::move(config), std::move(status), this));
+}
+
+// A removed state machine stops at once, even while members of its
+// aggregate still hold it.
+void AgentEnvDirSm::agentEnvSmDel(Name const& name) {
+  Ptr<AgentEnvSm>* found = sms_.find(name);
+  if (!found) return;
+  Ptr<AgentEnvSm> sm = std::move(*found);
+  sms_.erase(name);
+  sm->doShutdown();
+}
+
+void AgentEnvDirSm::agentEnvSmDelAll() {
+  for (auto it = sms_.begin(); it;) agentEnvSmDel(Name(it->key()));
+}
+
+void AgentEnvDirSm::hasNotificationActiveIs(bool active) {
+  if (active == hasNotificationActive()) return;
+  AgentEnvConfigDir::NotifieeConst::hasNotificationActiveIs(active);
+  for (auto const& member : sms_) member.value()->hasNotificationActiveIs(active);
+}
+
+}  // namespace Zet

@@ -1,0 +1,83 @@
+#pragma once
+// AgentEnvDirSm: makes and removes the state machine and the status of every
+// config of an AgentEnvConfigDir.
+//
+// When a config appears, the state machines of the config it depends on and
+// of its aggregate are made first (when those configs exist), then its
+// status, its activity and its AgentEnvSm; when it goes, its mount
+// configuration, its state machine, its status and its activity go, in that
+// order. Not thread-safe: runs on the activity-loop thread.
+
+#include <cstdint>
+
+#include "AgentEnv/AgentEnvConfigDir.h"
+#include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvStatusDir.h"
+#include "Zet/HashMap.h"
+#include "Zet/Reactor.h"
+
+namespace Zet {
+
+class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeConst, public Reactor {
+ public:
+  // Watches configDir (may be null) and writes statuses into statusDir.
+  // Configs already in configDir get their state machines here.
+  AgentEnvDirSm(Ptr<AgentEnvConfigDir const> configDir, Ptr<AgentEnvStatusDir> statusDir);
+  ~AgentEnvDirSm() override;
+
+  Ptr<AgentEnvConfigDir const> const& agentEnvConfigDir() const { return configDir_; }
+  Ptr<AgentEnvStatusDir> const& agentEnvStatusDir() const { return statusDir_; }
+
+  // Watches another config dir (anything but an AgentEnvConfigDir counts as
+  // null) and reconciles its configs; switches notification on.
+  void notifierIs(Ptr<Entity const> const& configDir);
+
+  // Reconciles every config of the config dir, in its iteration order.
+  void handleConfig();
+  // Reconciles one name: makes what a present config lacks (prerequisites
+  // first) or removes what a deleted one left.
+  void handleConfig(Name const& name);
+  void onAgentEnvConfig(Name const& name) override;
+
+  // The state machine of the config, made when absent. NameInUseException
+  // when one exists with another status; RangeException "null ValidPtr"
+  // for a null config.
+  Ptr<AgentEnvSm> agentEnvSmIs(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
+                               Ptr<AgentEnvStatus> status);
+  Ptr<AgentEnvSm> agentEnvSm(Name const& name) const { return sms_.value(name); }
+  HashMap<Ptr<AgentEnvSm>> const& agentEnvSms() const { return sms_; }
+  size_t agentEnvSmCount() const { return sms_.size(); }
+  void agentEnvSmDel(Name const& name);
+  void agentEnvSmDelAll();
+
+  // Switches this reactor and every state machine it owns off or on.
+  void hasNotificationActiveIs(bool active) override;
+
+  // Counts the changes that remove or redirect an edge of the dependency
+  // graph; the state machines' cycle checks remember chains under it.
+  uint64_t dependencyGeneration() const { return dependencyGeneration_; }
+  void dependencyGraphChanged() { ++dependencyGeneration_; }
+
+ protected:
+  virtual Ptr<AgentEnvSm> newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
+                                        Ptr<AgentEnvStatus> status);
+  // A deferred delivery reconciles every config.
+  void onNotification(int) override { handleConfig(); }
+
+ private:
+  // The name whose state machine must exist before `name`'s (its dependency
+  // or its aggregate), or empty. Names in `visiting` are being made already.
+  Name missingPrerequisite(Name const& name, HashMap<bool>& visiting);
+  void reconcile(Name const& name);
+  void remove(Name const& name);
+
+  Ptr<AgentEnvConfigDir const> configDir_;
+  Ptr<AgentEnvStatusDir> statusDir_;
+  HashMap<Ptr<AgentEnvSm>> sms_;
+  uint64_t dependencyGeneration_ = 1;
+};
+
+// A new AgentEnvDirSm over the two directories.
+Ptr<AgentEnvDirSm> agentEnvDirSmFactory(Ptr<AgentEnvConfigDir const> configDir, Ptr<AgentEnvStatusDir> statusDir);
+
+}  // namespace Zet

@@ -1,0 +1,414 @@
+// AgentEnvSm: construction and tear-down, the nested reactors, version
+// numbers and rounds, the status sets, derived values and introspection.
+// The handlers live beside this file, one file per concern.
+
+#include "AgentEnv/AgentEnvSm.h"
+
+#include <atomic>
+#include <string>
+
+#include "AgentEnv/AgentEnvDirSm.h"
+#include "AgentEnv/AgentEnvSmReactors.h"
+#include "AgentEnv/AgentEnvSmTrace.h"
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+namespace {
+
+std::atomic<bool> localInstantiationSuppressedFlag{false};
+
+constexpr int kRedispatch = -1;
+constexpr int kRedispatchAll = -2;
+constexpr int kRegistrationCheck = 265;
+
+// Joins two path texts with exactly one '/'.
+std::string joined(std::string_view head, std::string_view tail) {
+  std::string text(head);
+  if (tail.empty()) return text;
+  if (!text.empty() && text.back() == '/') text.pop_back();
+  if (!tail.starts_with('/')) text += '/';
+  text += tail;
+  return text;
+}
+
+}  // namespace
+
+struct AgentEnvSm::StatusSets {
+  std::array<StatusSet, 6> sets;
+};
+
+AgentEnvSm::AgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config, Ptr<AgentEnvStatus> status,
+                       AgentEnvDirSm* dirSm)
+    : Entity(config ? config->name() : Name(), nullptr), Reactor(std::move(activity)), dirSm_(dirSm) {
+  if (!config) throwRangeException("null ValidPtr");
+  statusIs(std::move(status));
+  config_ = std::move(config);
+  configReactor_ = std::make_unique<ConfigReactor>(*this);
+  try {
+    runConfigHandlers();
+    configReactor_->notifierIs(config_);
+    activate();
+    handleStatusReaction();
+  } catch (...) {
+    doShutdown();
+    throw;
+  }
+}
+
+AgentEnvSm::~AgentEnvSm() { doShutdown(); }
+
+void AgentEnvSm::doShutdown() {
+  deactivate();
+  aggAgentSmReactor_.reset();
+  dependencyReactor_.reset();
+  dirEntryReactor_.reset();
+  mountStatusReactor_.reset();
+  prefixMountStatusReactor_.reset();
+  statusReactor_.reset();
+  if (configReactor_) configReactor_->notifierIs(nullptr);
+}
+
+void AgentEnvSm::runConfigHandlers() {
+  handleConfigSource0();
+  handleConfigSource1();
+  handleConfigTarget();
+  handleConfigPathSuffix();
+  handleConfigTypeName();
+  handleConfigDependency();
+  handleConfigTimeoutPeriod();
+  handleConfigAggConfig();
+  handleConfigUnmountType();
+}
+
+void AgentEnvSm::onConfigAttribute(void (AgentEnvSm::*handler)(), bool retryAttempt) {
+  if (!notificationActive_) return;
+  (this->*handler)();
+  if (retryAttempt) doRetryAfterConfigChange();
+}
+
+void AgentEnvSm::agentEnvConfigIs(Ptr<AgentEnvConfig const> config) {
+  if (!config) throwRangeException("null ValidPtr");
+  if (config == config_) return;
+  config_ = std::move(config);
+  registrationCheck();
+  runConfigHandlers();
+}
+
+void AgentEnvSm::registrationCheck() {
+  bool registered = notificationActive_ && !isZombie();
+  configReactor_->notifierIs(registered ? config_ : nullptr);
+}
+
+void AgentEnvSm::statusIs(Ptr<AgentEnvStatus> status) {
+  if (status == status_ && (statusReactor_ || !status)) return;
+  status_ = std::move(status);
+  if (!status_) {
+    statusReactor_.reset();
+    return;
+  }
+  if (!statusReactor_) statusReactor_ = std::make_unique<ZetStatus>(*this);
+  statusReactor_->notifierIs(status_);
+}
+
+void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
+  activityConfigIs(activity);
+  for (Reactor* r : std::initializer_list<Reactor*>{mountStatusReactor_.get(), prefixMountStatusReactor_.get(),
+                                                   dirEntryReactor_.get(), dependencyReactor_.get(),
+                                                   aggAgentSmReactor_.get()})
+    if (r) r->activityConfigIs(activity);
+}
+
+// Points a nested reactor at `notifier`: made on first use, dropped with a
+// null notifier. Returns whether the watched entity changed.
+template <class R, class T, class... Args>
+static bool watch(std::unique_ptr<R>& slot, Ptr<T const> const& notifier, Args&&... makeArgs) {
+  if (!notifier) {
+    bool had = slot != nullptr;
+    slot.reset();
+    return had;
+  }
+  if (slot && slot->notifier() == notifier) return false;
+  if (!slot) slot = std::make_unique<R>(std::forward<Args>(makeArgs)...);
+  slot->notifierIs(notifier);
+  return true;
+}
+
+Ptr<AgentEnvStatus const> AgentEnvSm::dependency() const {
+  return dependencyReactor_ ? dependencyReactor_->notifier() : nullptr;
+}
+
+void AgentEnvSm::dependencyIs(Ptr<AgentEnvStatus const> status) {
+  if (watch(dependencyReactor_, status, *this) && status) handleDependencyStatus();
+}
+
+Ptr<AgentEnvSm const> AgentEnvSm::aggAgentSm() const {
+  return aggAgentSmReactor_ ? aggAgentSmReactor_->notifier() : nullptr;
+}
+
+void AgentEnvSm::aggAgentSmIs(Ptr<AgentEnvSm const> sm) {
+  if (sm == this) sm = nullptr;  // a config that is its own aggregate follows nobody
+  // The first number is taken over from the loop, like every later one.
+  if (watch(aggAgentSmReactor_, sm, *this) && sm) aggAgentSmReactor_->notificationDefer(0);
+}
+
+Ptr<Dir::Entry const> AgentEnvSm::dirEntry() const { return dirEntryReactor_ ? dirEntryReactor_->notifier() : nullptr; }
+
+void AgentEnvSm::dirEntryIs(Ptr<Dir::Entry const> entry) { watch(dirEntryReactor_, entry, *this); }
+
+Ptr<MountStatus const> AgentEnvSm::mountStatus() const {
+  return mountStatusReactor_ ? mountStatusReactor_->notifier() : nullptr;
+}
+
+void AgentEnvSm::mountStatusIs(Ptr<MountStatus const> status) {
+  watch(mountStatusReactor_, status, *this, &AgentEnvSm::handleMountRound);
+}
+
+Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
+  return prefixMountStatusReactor_ ? prefixMountStatusReactor_->notifier() : nullptr;
+}
+
+void AgentEnvSm::prefixMountStatusIs(Ptr<MountStatus const> status) {
+  watch(prefixMountStatusReactor_, status, *this, &AgentEnvSm::handlePrefixMountRound);
+}
+
+void AgentEnvSm::versionNumIs(uint32_t n) { attributeIs(versionNum_, n, &NotifieeConst::onVersionNum); }
+
+uint32_t AgentEnvSm::versionNumInc(uint32_t n) {
+  versionNumIs(versionNum_ + n);
+  return versionNum_;
+}
+
+void AgentEnvSm::handleParentVersionNumber() {
+  Ptr<AgentEnvSm const> agg = aggAgentSm();
+  uint32_t parentVersion = agg ? agg->versionNum() : 0;
+  if (parentVersion <= versionNum_) return;
+  handleConfigAggConfig();
+  versionNumIs(std::max(parentVersion, versionNum_));
+}
+
+void AgentEnvSm::handleConfigNextRound() {
+  uint64_t round = config_ ? config_->nextRound() : 0;
+  if (mountConfig_) mountConfig_->nextRoundIs(round);
+  if (prefixMountConfig_) prefixMountConfig_->nextRoundIs(round);
+}
+
+void AgentEnvSm::handleMountRound() {
+  if (!status_) return;
+  Ptr<MountStatus const> ms = mountStatus();
+  status_->roundIs(ms ? ms->round() : 0);
+}
+
+void AgentEnvSm::handlePrefixMountRound() {
+  if (!status_) return;
+  Ptr<MountStatus const> ms = prefixMountStatus();
+  status_->roundIs(ms ? ms->round() : 0);
+}
+
+// The six sets are indexed by Status; they exist only once something is
+// added, so that entries without nested configs carry one null pointer.
+AgentEnvSm::StatusSet const& AgentEnvSm::statusSet(AgentEnvStatus::Status s) const {
+  static StatusSet const empty;
+  return statusSets_ && s <= AgentEnvStatus::unsupported ? statusSets_->sets[s] : empty;
+}
+
+Ptr<AgentEnvStatus const> AgentEnvSm::statusSetMember(AgentEnvStatus::Status s, Name const& name) const {
+  return statusSet(s).value(name);
+}
+
+void AgentEnvSm::statusSetMemberIs(AgentEnvStatus::Status s, Ptr<AgentEnvStatus const> const& status) {
+  if (s > AgentEnvStatus::unsupported) throwRangeException(format("no status set for %s", stringValue(s).charPtr()));
+  if (!status) {
+    String8 set = stringValue(s);
+    throwRangeException(format("null _%s parameter to mutator for Zet::AgentEnvSm::%s not allowed\"", set.charPtr(),
+                               set.charPtr()));
+  }
+  if (!statusSets_) statusSets_ = std::make_unique<StatusSets>();
+  statusSets_->sets[s].assign(status->name(), status);
+}
+
+void AgentEnvSm::statusSetMemberDel(AgentEnvStatus::Status s, Name const& name) {
+  if (statusSets_ && s <= AgentEnvStatus::unsupported) statusSets_->sets[s].erase(name);
+}
+
+void AgentEnvSm::statusSetDelAll(AgentEnvStatus::Status s) {
+  if (statusSets_ && s <= AgentEnvStatus::unsupported) statusSets_->sets[s].clear();
+}
+
+Ptr<AgentEnvConfig const> AgentEnvSm::rootConfig() const {
+  if (!config_) return nullptr;
+  if (Ptr<AgentEnvConfig> const& agg = config_->aggConfig()) return agg;
+  return config_;
+}
+
+AgentEnvSm* AgentEnvSm::rootSm() const {
+  if (!config_ || !config_->aggConfig()) return const_cast<AgentEnvSm*>(this);
+  return dirSm_ ? dirSm_->agentEnvSm(config_->aggConfig()->name()).ptr() : nullptr;
+}
+
+EntityUri AgentEnvSm::sourceNameUri() const {
+  Ptr<AgentEnvConfig const> root = rootConfig();
+  if (!root) return EntityUri();
+  EntityUri const& source = root->source0();
+  if (root == config_ || source.isEmpty() || source.isExport() || config_->pathSuffix().isEmpty()) return source;
+  return EntityUri(String8(joined(source.text().view(), config_->pathSuffix().text().view())));
+}
+
+EntityUri AgentEnvSm::mcSourceName() const { return sourceNameUri(); }
+
+EntityUriPath AgentEnvSm::configTarget() const {
+  if (!config_) return EntityUriPath();
+  Ptr<AgentEnvConfig const> root = rootConfig();
+  if (root == config_ || !config_->target().isEmpty()) return config_->target();
+  std::string_view below =
+      config_->pathSuffix().isEmpty() ? name().view() : config_->pathSuffix().entityPath().text().view();
+  return EntityUriPath(String8(joined(root->target().text().view(), below)));
+}
+
+Name AgentEnvSm::prefixMountName() const {
+  Ptr<AgentEnvConfig const> root = rootConfig();
+  return root ? root->name() : Name();
+}
+
+EntityUriPath AgentEnvSm::targetInEffect() const {
+  if (!targetDir_) return EntityUriPath();
+  return EntityUriPath(String8(joined(targetDir_->fullName().view(), targetName_.view())));
+}
+
+void AgentEnvSm::hasNotificationActiveIs(bool active) {
+  if (active == notificationActive_) return;
+  notificationActive_ = active;
+  for (NotifieeBase* n : std::initializer_list<NotifieeBase*>{
+           configReactor_.get(), statusReactor_.get(), mountStatusReactor_.get(), prefixMountStatusReactor_.get(),
+           dirEntryReactor_.get(), dependencyReactor_.get(), aggAgentSmReactor_.get()})
+    if (n) n->hasNotificationActiveIs(active);
+}
+
+void AgentEnvSm::handleNotification(ActivityConfig*) {
+  std::optional<int> code = notificationTake();
+  if (!code) return;
+  if (*code == kRedispatch || *code == kRedispatchAll) {
+    registrationCheck();
+    runConfigHandlers();
+  } else if (*code == kRegistrationCheck) {
+    registrationCheck();
+  } else {
+    onNotification(*code);
+  }
+}
+
+void AgentEnvSm::onNotification(int code) {
+  switch (static_cast<AttributeId>(code)) {
+    case 0x102: return handleConfigSource0();
+    case 0x104: return handleConfigSource1();
+    case 0x105: return handleConfigTarget();
+    case 0x106: return handleConfigPathSuffix();
+    case 0x107: return handleConfigTypeName();
+    case 0x109: return handleConfigDependency();
+    case 0x10a: return handleConfigTimeoutPeriod();
+    case 0x10b: return handleConfigAggConfig();
+    case 0x10d: return handleConfigUnmountType();
+    case 0x10f: return handleConfigNextRound();
+    default: return;
+  }
+}
+
+void AgentEnvSm::onZombie(bool zombie) {
+  registrationCheck();
+  for (Reactor* r : std::initializer_list<Reactor*>{statusReactor_.get(), prefixMountStatusReactor_.get(),
+                                                   mountStatusReactor_.get(), dirEntryReactor_.get(),
+                                                   dependencyReactor_.get(), aggAgentSmReactor_.get()})
+    if (r) r->zetDoZombieReactors(zombie);
+}
+
+bool AgentEnvSm::localInstantiationSuppressed() {
+  return localInstantiationSuppressedFlag.load(std::memory_order_relaxed);
+}
+
+void AgentEnvSm::localInstantiationSuppressedIs(bool suppressed) {
+  localInstantiationSuppressedFlag.store(suppressed, std::memory_order_relaxed);
+}
+
+namespace {
+
+using S = AgentEnvSm;
+
+template <auto Getter>
+String8 readEntity(Entity const& e) {
+  auto const& p = (static_cast<S const&>(e).*Getter)();
+  return p ? p->fullName() : String8();
+}
+
+String8 readDirSm(Entity const& e) {
+  AgentEnvDirSm const* d = static_cast<S const&>(e).dirSm();
+  return d ? String8("AgentEnvDirSm") : String8();
+}
+
+String8 readRootSm(Entity const& e) {
+  AgentEnvSm const* root = static_cast<S const&>(e).rootSm();
+  return root ? String8(root->name()) : String8();
+}
+
+String8 readAggAgentSm(Entity const& e) {
+  Ptr<AgentEnvSm const> agg = static_cast<S const&>(e).aggAgentSm();
+  return agg ? String8(agg->name()) : String8();
+}
+
+String8 readStatusSetFor(Entity const& e, AgentEnvStatus::Status s) {
+  std::string text;
+  for (auto const& m : static_cast<S const&>(e).statusSet(s)) {
+    if (!text.empty()) text += ", ";
+    text += m.key().view();
+  }
+  return String8(text);
+}
+
+template <AgentEnvStatus::Status Set>
+String8 readStatusSet(Entity const& e) {
+  return readStatusSetFor(e, Set);
+}
+
+TypeDescriptor const descriptor{
+    "Zet::AgentEnvSm",
+    nullptr,
+    {
+        {0x102, "zetFwkActivity", readAs<&S::zetFwkActivity>, nullptr},
+        {0x103, "notifier", readEntity<&S::agentEnvConfig>, nullptr},
+        {0x104, "dirSm", readDirSm, nullptr},
+        {0x105, "prefixMountStatus", readEntity<&S::prefixMountStatus>, nullptr},
+        {0x106, "mountStatus", readEntity<&S::mountStatus>, nullptr},
+        {0x107, "dirEntry", [](Entity const& e) -> String8 {
+           Ptr<Dir::Entry const> entry = static_cast<S const&>(e).dirEntry();
+           return entry ? String8(entry->name()) : String8();
+         },
+         nullptr},
+        {0x108, "aggAgentSm", readAggAgentSm, nullptr},
+        {0x109, "versionNum", readAs<&S::versionNum>, nullptr},
+        {0x10a, "rootSm", readRootSm, nullptr},
+        {0x10b, "rootConfig", readEntity<&S::rootConfig>, nullptr},
+        {0x10c, "targetDir", readEntity<&S::targetDir>, nullptr},
+        {0x10d, "targetName", readAs<&S::targetName>, nullptr},
+        {0x10e, "mode", readAs<&S::mode>, nullptr},
+        {0x10f, "consistency", readAs<&S::consistency>, nullptr},
+        {0x110, "prefixMountName", readAs<&S::prefixMountName>, nullptr},
+        {0x111, "sourcePre0", readAs<&S::sourcePre0>, nullptr},
+        {0x112, "sourcePre1", readAs<&S::sourcePre1>, nullptr},
+        {0x113, "sourceNameUri", readAs<&S::sourceNameUri>, nullptr},
+        {0x114, "sourceName", readAs<&S::sourceName>, nullptr},
+        {0x115, "mcSourceName", readAs<&S::mcSourceName>, nullptr},
+        {0x116, "configTarget", readAs<&S::configTarget>, nullptr},
+        {0x117, "initialized", readStatusSet<AgentEnvStatus::initialized>, nullptr},
+        {0x118, "inProgress", readStatusSet<AgentEnvStatus::inProgress>, nullptr},
+        {0x119, "fail", readStatusSet<AgentEnvStatus::fail>, nullptr},
+        {0x11a, "error", readStatusSet<AgentEnvStatus::error>, nullptr},
+        {0x11b, "unsupported", readStatusSet<AgentEnvStatus::unsupported>, nullptr},
+        {0x11c, "notApplicable", readStatusSet<AgentEnvStatus::notApplicable>, nullptr},
+    },
+    {},
+};
+
+}  // namespace
+
+TypeDescriptor const& AgentEnvSm::type() { return descriptor; }
+TypeDescriptor const& AgentEnvSm::fwkType() const { return descriptor; }
+
+}  // namespace Zet

@@ -1,0 +1,253 @@
+// AgentEnvSm: one handler per config attribute, and the consistency check
+// that decides whether a change can be applied to what is already realised.
+
+#include "AgentEnv/AgentEnvDirSm.h"
+#include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvSmTrace.h"
+
+namespace Zet {
+namespace {
+
+// The last name of a URI's entity path; empty when it has none.
+std::string_view lastName(EntityUri const& uri) {
+  EntityUriPath const& path = uri.entityPath();
+  return path.names() ? path.nameText(path.names() - 1) : std::string_view();
+}
+
+// Whether a source names a remote entity to mount (neither empty nor "*").
+bool isMountSource(EntityUri const& uri) { return !uri.isEmpty() && !uri.isExport(); }
+
+// Whether `ancestor` is a proper ancestor path of `path`.
+bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
+  std::string_view a = ancestor.removeTrailingSlash().text().view(), p = path.text().view();
+  if (a.empty() || a.size() >= p.size() || !p.starts_with(a)) return false;
+  return a == "/" || p[a.size()] == '/';
+}
+
+}  // namespace
+
+void AgentEnvSm::statusIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s) {
+  if (!status_) return;
+  status_->statusCodeIs(code);
+  status_->individualStatusIs(s);
+}
+
+template <class TraceLine>
+void AgentEnvSm::doRefuseChange(AgentEnvStatus::StatusCode code, TraceLine&& trace) {
+  statusIs(code, AgentEnvStatus::unsupported);
+  consistencyIs(inconsistent);
+  trace();
+}
+
+void AgentEnvSm::handleConfigSource0() {
+  EntityUri const& source0 = config_->source0();
+  SM_TRACE(2) << ": Got source0 " << inQuotes(source0);
+  handleConsistencyCheck();
+  if (consistency_ == inconsistent) return;
+  if (!(source0 == sourcePre0_)) versionNumInc(1);
+  sourcePre0_ = source0;
+  if (isMountSource(source0) && !source0.isValid()) {
+    SM_TRACE(0) << ": Error: source0 is invalid URI.";
+    statusIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+    return;
+  }
+  doActionIfReady();
+  if (!prefixMountConfig_) return;
+  EntityUri name = sourceNameUri();
+  SM_TRACE(2) << ": Calling sourcePre0Is(" << inQuotes(sourcePre0_) << ") on prefixMountConfig";
+  prefixMountConfig_->sourcePre0Is(sourcePre0_);
+  SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(name) << ") on prefixMountConfig";
+  prefixMountConfig_->sourceNameIs(name);
+  doActionIfReady();
+}
+
+void AgentEnvSm::handleConfigSource1() {
+  EntityUri const& source1 = config_->source1();
+  SM_TRACE(2) << ": Got source1 " << inQuotes(source1);
+  handleConsistencyCheck();
+  if (consistency_ == inconsistent) return;
+  if (isMountSource(source1) && !source1.isValid()) {
+    SM_TRACE(0) << ": Error: source1 is invalid URI.";
+    statusIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+    return;
+  }
+  sourcePre1_ = source1;
+  if (!prefixMountConfig_) return;
+  SM_TRACE(2) << ": Calling sourcePre1Is(" << inQuotes(sourcePre1_) << ") on prefixMountConfig";
+  prefixMountConfig_->sourcePre1Is(sourcePre1_);
+}
+
+void AgentEnvSm::handleConfigTarget() {
+  SM_TRACE(2) << ": Got target " << inQuotes(config_->target());
+  handleConsistencyCheck();
+  if (consistency_ == inconsistent) return;
+  versionNumInc(1);
+  if (mountConfig_) {
+    EntityUriPath target = configTarget();
+    SM_TRACE(2) << ": Calling targetNameIs(" << inQuotes(target) << ") on MountConfig";
+    mountConfig_->targetNameIs(target);
+  }
+  if (prefixMountConfig_) {
+    EntityUriPath const& target = rootConfig()->target();
+    SM_TRACE(2) << ": Calling targetNameIs(" << inQuotes(target) << ") on prefixMountConfig";
+    prefixMountConfig_->targetNameIs(target);
+  }
+}
+
+void AgentEnvSm::handleConfigPathSuffix() {
+  SM_TRACE(2) << ": Got pathSuffix " << inQuotes(config_->pathSuffix());
+  if (!mountConfig_) return;
+  EntityUri source = mcSourceName();
+  SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on mountConfig";
+  mountConfig_->sourceNameIs(source);
+  EntityUriPath target = configTarget();
+  SM_TRACE(2) << ": Calling targetNameIs(" << inQuotes(target) << ") on mountConfig";
+  mountConfig_->targetNameIs(target);
+}
+
+void AgentEnvSm::handleConfigTypeName() {
+  SM_TRACE(2) << ": Got typeName " << inQuotes(config_->typeName());
+  EntityUri source = mcSourceName();
+  if (mountConfig_) {
+    SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on mountConfig";
+    mountConfig_->sourceNameIs(source);
+  }
+  if (prefixMountConfig_) {
+    SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on prefixMountConfig";
+    prefixMountConfig_->sourceNameIs(source);
+  }
+}
+
+void AgentEnvSm::handleConfigTimeoutPeriod() {
+  double timeout = config_->timeoutPeriod();
+  SM_TRACE(2) << ": Got timeoutPeriod " << stringValue(timeout);
+  if (mountConfig_) {
+    SM_TRACE(2) << ": Calling timeoutPeriodIs(" << stringValue(timeout) << ") on MountConfig";
+    mountConfig_->initTimeoutPeriodIs(timeout);
+  }
+  if (prefixMountConfig_) {
+    SM_TRACE(2) << ": Calling timeoutPeriodIs(" << stringValue(timeout) << ") on prefixMountConfig";
+    prefixMountConfig_->initTimeoutPeriodIs(timeout);
+  }
+}
+
+void AgentEnvSm::handleConfigUnmountType() {
+  auto type = static_cast<MountConfig::UnmountType>(config_->unmountType());
+  SM_TRACE(2) << ": Got unmountType " << config_->unmountType();
+  if (mountConfig_) {
+    SM_TRACE(2) << ": Calling unmountTypeIs(" << type << ") on MountConfig";
+    mountConfig_->unmountTypeIs(type);
+  }
+  if (prefixMountConfig_) {
+    SM_TRACE(2) << ": Calling unmountTypeIs(" << type << ") on prefixMountConfig";
+    prefixMountConfig_->unmountTypeIs(type);
+  }
+}
+
+void AgentEnvSm::handleConfigAggConfig() {
+  Ptr<AgentEnvConfig> const& aggregate = config_->aggConfig();
+  SM_TRACE(2) << ": Got aggConfig " << (aggregate ? String8(aggregate->name()) : String8());
+  AgentEnvSm* root = aggregate ? rootSm() : nullptr;
+  if (root == this) root = nullptr;
+  if (aggAgentSm() != root) {
+    // Leaving the previous aggregate (or joining a first one): its sets and
+    // group status follow at once.
+    Ptr<AgentEnvSm const> previous = aggAgentSm();
+    doClearStatusFromAggSm();
+    aggAgentSmIs(root);
+    if (previous) const_cast<AgentEnvSm*>(previous.ptr())->doComputeGroupStatus();
+  }
+  if (root) versionNumIs(std::max(versionNum_, root->versionNum()));
+  if (mountConfig_) {
+    SM_TRACE(2) << ": Calling aggConfigIs(" << stringValue(aggregate != nullptr) << ") on MountConfig";
+    mountConfig_->aggMountIs(aggregate != nullptr);
+  }
+  handleIndividualStatus();
+  if (root) root->doComputeGroupStatus();
+  if (mode_ == init) doActionIfReady();
+}
+
+void AgentEnvSm::handleNestedConfig(Name const& name) {
+  if (config_->nestedConfig(name)) return;  // a member joining adds itself
+  for (unsigned s = AgentEnvStatus::notApplicable; s <= AgentEnvStatus::unsupported; ++s)
+    statusSetMemberDel(static_cast<AgentEnvStatus::Status>(s), name);
+  if (status_) doComputeGroupStatus();
+}
+
+void AgentEnvSm::doRetryAfterConfigChange() {
+  if (consistency_ == inconsistent || mode_ == mount) return;
+  bool realised = status_ && status_->individualStatus() == AgentEnvStatus::initialized;
+  if (mode_ == exp || !realised) doActionIfReady();
+}
+
+void AgentEnvSm::handleConsistencyCheck() {
+  if (consistency_ == inconsistent) {
+    if (status_) status_->individualStatusIs(AgentEnvStatus::unsupported);
+    return;
+  }
+  if (mode_ > exp) {
+    SM_TRACE(0) << ": Bad mode: " << static_cast<unsigned>(mode_);
+    return;
+  }
+  if (mode_ != init && wouldSwitchModes()) return doRefuseChange(AgentEnvStatus::switchedModes, [this] {
+    SM_TRACE(0) << ": Unsupported: Tried to switch modes";
+  });
+  if (failsCommonCheck()) return;
+  consistencyIs(consistent);
+}
+
+bool AgentEnvSm::wouldSwitchModes() const {
+  EntityUri const& source = rootConfig()->source0();
+  Mode wanted = source.isExport() ? exp : source.isEmpty() ? instantiate : mount;
+  return wanted != mode_;
+}
+
+bool AgentEnvSm::failsCommonCheck() {
+  EntityUri const& source0 = config_->source0();
+  EntityUri const& source1 = config_->source1();
+  Ptr<AgentEnvConfig> const& aggregate = config_->aggConfig();
+  EntityUriPath inEffect = targetInEffect();
+  if (mode_ != init && isAncestorPath(configTarget(), inEffect)) {
+    doRefuseChange(AgentEnvStatus::grandparent,
+                   [this] { SM_TRACE(0) << ": Unsupported: Tried to create grandparent"; });
+    return true;
+  }
+  if (mode_ == mount && isMountSource(sourcePre0_) && !(source0 == sourcePre0_) &&
+      lastName(source0) != lastName(sourcePre0_)) {
+    doRefuseChange(AgentEnvStatus::sourceNameMismatch, [&] {
+      SM_TRACE(0) << ": Unsupported: Last component of path in new source0 is " << inQuotes(lastName(source0))
+                  << ". Does not match last component of old source0: " << inQuotes(lastName(sourcePre0_));
+    });
+    return true;
+  }
+  if (isMountSource(source0) && isMountSource(source1) && !(source0.query() == source1.query())) {
+    doRefuseChange(AgentEnvStatus::flagsMismatch,
+                   [this] { SM_TRACE(0) << ": Unsupported: Source1 flags don't match those of source0."; });
+    return true;
+  }
+  if (aggregate && !source0.isEmpty() && !aggregate->source0().isEmpty()) {
+    doRefuseChange(AgentEnvStatus::overrideSource,
+                   [this] { SM_TRACE(0) << ": Unsupported: Tried to override source0 in nested config."; });
+    return true;
+  }
+  if (aggregate && !source1.isEmpty() && !aggregate->source1().isEmpty()) {
+    doRefuseChange(AgentEnvStatus::overrideSource,
+                   [this] { SM_TRACE(0) << ": Unsupported: Tried to override source1 in nested config."; });
+    return true;
+  }
+  if (aggregate && isMountSource(aggregate->source0()) && !config_->target().isEmpty()) {
+    doRefuseChange(AgentEnvStatus::overrideTarget,
+                   [this] { SM_TRACE(0) << ": Unsupported: Tried to override target in nested mount config."; });
+    return true;
+  }
+  if (isMountSource(source0) && isMountSource(source1) && lastName(source0) != lastName(source1)) {
+    doRefuseChange(AgentEnvStatus::sourceNameMismatch, [&] {
+      SM_TRACE(0) << ": Unsupported: Last component of path in source1 is " << inQuotes(lastName(source1))
+                  << ". Does not match last component of source0: " << inQuotes(lastName(source0));
+    });
+    return true;
+  }
+  return false;
+}
+
+}  // namespace Zet

@@ -1,0 +1,156 @@
+// AgentEnvSm: local instantiation. An entry without source makes an entity
+// of its typeName at its target through the type map; the members of an
+// instantiated aggregate are made under the aggregate's target.
+
+#include "AgentEnv/AgentEnvDirSm.h"
+#include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvSmTrace.h"
+
+namespace Zet {
+
+bool AgentEnvSm::doRefuseSwitchedModes() {
+  SM_TRACE(0) << ": Unsupported: Tried to switch modes.";
+  statusIs(AgentEnvStatus::switchedModes, AgentEnvStatus::unsupported);
+  return false;
+}
+
+void AgentEnvSm::doInstantiationAttempt() {
+  if (mode_ == init && doTargetInstantiationAttempt()) return;
+  if (mode_ == mount ? configTarget() == targetInEffect() : mode_ != init && mode_ != instantiate) {
+    doRefuseSwitchedModes();
+    return;
+  }
+  if (!rootConfig()->source0().isEmpty()) {
+    if (status_) status_->individualStatusIs(AgentEnvStatus::notApplicable);
+    return;
+  }
+  EntityUriPath path = configTarget();
+  path += config_->source0().entityPath();
+  doInstantiate(path, ": Trying to instantiate.");
+}
+
+// A member of an aggregate is made once its aggregate has been: an aggregate
+// still undecided is asked to act first (its new version number brings the
+// member back), and a member of an instantiated aggregate is made under it.
+bool AgentEnvSm::doTargetInstantiationAttempt() {
+  if (!config_->aggConfig()) return false;
+  AgentEnvSm* root = rootSm();
+  if (!root || root == this) return false;
+  if (root->mode() == init) {
+    root->doActionIfReady();
+    return true;
+  }
+  if (root->mode() != instantiate) return false;
+  Ptr<AgentEnvStatus> const& rootStatus = root->status();
+  if (!rootStatus || rootStatus->individualStatus() != AgentEnvStatus::initialized) return true;
+  doInstantiate(configTarget(), ": Trying to instantiate target.");
+  return true;
+}
+
+void AgentEnvSm::doInstantiate(EntityUriPath const& path, std::string_view attemptTrace) {
+  if (!setupTargetPath(globalDir(), path, true)) return;
+  modeIs(instantiate);
+  SM_TRACE(2) << attemptTrace;
+  SM_TRACE(2) << ": Instantiating a " << config_->typeName() << " in " << targetDir_->fullName();
+  try {
+    Expect expected(kUnknownTypeException | kDirInstantiationException | kNameInUseException | kRangeException);
+    targetDir_->entityIs(targetName_, config_->typeName().view());
+  } catch (Exception const& e) {
+    SM_TRACE(0) << ": Error: Instantiation of target threw exception " << e.text();
+    statusIs(instantiationCode(e), AgentEnvStatus::error);
+    return;
+  }
+  Ptr<Entity> entity = targetDir_->entityRef(targetName_);
+  if (!entity) {
+    SM_TRACE(0) << ": Error: Failed to instantiate " << inQuotes(targetName_) << " in " << targetDir_->fullName();
+    statusIs(AgentEnvStatus::instantiationError, AgentEnvStatus::error);
+    return;
+  }
+  SM_TRACE(2) << ": Now " << targetDir_->fullName() << " has " << entity->fwkType().name << " at " << targetName_;
+  status_->entityIs(entity);
+  status_->individualStatusIs(AgentEnvStatus::initialized);
+  if (!config_->nestedConfigs().empty()) doAggregateInstantiated();
+}
+
+// Each failure of the type map has a code of its own, so that the message
+// says what went wrong; a name already taken is an entity on the path.
+AgentEnvStatus::StatusCode AgentEnvSm::instantiationCode(Exception const& e) const {
+  if (e.isKind(kNoMapFileEntryException)) return AgentEnvStatus::noMapFileEntry;
+  if (e.isKind(kLibraryLoadException)) return AgentEnvStatus::libraryLoadError;
+  if (e.isKind(kNoTypeNodeException)) return AgentEnvStatus::noTypeNode;
+  if (e.isKind(kNameInUseException)) return AgentEnvStatus::entityShadowsPath;
+  return AgentEnvStatus::instantiationError;
+}
+
+// The aggregate's entity is there: its members' statuses are placed in the
+// sets afresh and its new version number sends the members to act.
+void AgentEnvSm::doAggregateInstantiated() {
+  for (auto const& member : config_->nestedConfigs())
+    if (Ptr<AgentEnvSm> sm = dirSm_->agentEnvSm(member.key())) sm->handleIndividualStatus();
+  doComputeGroupStatus();
+  versionNumInc(1);
+}
+
+bool AgentEnvSm::setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path, bool createParentDirs) {
+  targetDirIs(nullptr);
+  targetNameIs(Name());
+  if (!dir || !path.isAbsolute() || path.names() == 0) {
+    SM_TRACE(0) << ": Error: Bad path " << inQuotes(path);
+    statusIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
+    return false;
+  }
+  EntityUriPath target = path.removeTrailingSlash();
+  Ptr<Dir> at = dir;
+  for (size_t i = 0; i + 1 < target.names(); ++i) {
+    at = stepDown(at, target.name(i), createParentDirs);
+    if (!at) return false;
+  }
+  SM_TRACE(2) << ": Parsed target is " << target;
+  dirEntryIs(nullptr);
+  targetDirIs(at);
+  targetNameIs(target.name(target.names() - 1));
+  return true;
+}
+
+// One step of the target walk: the directory `name` in `dir`, made when
+// missing and allowed. Null when the walk cannot go on, with the status
+// written, or while the entry waits to become current (watched meanwhile).
+Ptr<Dir> AgentEnvSm::stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs) {
+  Ptr<Dir::Entry> entry = dir->entry(name);
+  if (entry && entry->status() != Dir::Entry::Status::current) {
+    SM_TRACE(2) << ": Directory entry '" << name << "' is not 'current'";
+    dirEntryIs(entry);
+    return nullptr;
+  }
+  if (entry) {
+    if (Ptr<Dir> next = ptr_cast<Dir>(entry->entity())) return next;
+    SM_TRACE(0) << ": Error: Could not create path because " << entry->entity()->fullName() << " shadows path.";
+    statusIs(AgentEnvStatus::entityShadowsPath, AgentEnvStatus::error);
+    return nullptr;
+  }
+  try {
+    if (!createParentDirs) {
+      SM_TRACE(0) << ": Error: Remote ancestor dir " << dir->fullName() << " has no entry";
+      statusIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);
+      return nullptr;
+    }
+    Expect expected(kNameInUseException | kPermissionException);
+    return dir->dirIs(name);
+  } catch (PermissionException const&) {
+    SM_TRACE(0) << ": Error: Permission exception because remote ancestor dir " << dir->fullName() << " has no entry";
+    statusIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);
+  } catch (Exception const& e) {
+    SM_TRACE(0) << ": Error: Bad path " << inQuotes(e.text());
+    statusIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
+  }
+  return nullptr;
+}
+
+void AgentEnvSm::handleDirEntryStatus() {
+  Ptr<Dir::Entry const> entry = dirEntry();
+  if (!entry || entry->status() == Dir::Entry::Status::notCurrent) return;
+  dirEntryIs(nullptr);
+  if (mode_ == init || mode_ == instantiate) doActionIfReady();
+}
+
+}  // namespace Zet

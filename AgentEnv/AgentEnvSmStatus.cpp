@@ -1,0 +1,61 @@
+// AgentEnvSm: individual and group statuses, and the status sets of an
+// aggregate's state machine.
+
+#include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvSmTrace.h"
+
+namespace Zet {
+
+void AgentEnvSm::handleStatusReaction() {
+  if (!notificationActive_) return;
+  handleIndividualStatus();
+  if (status_) doComputeGroupStatus();
+  if (Ptr<AgentEnvSm const> agg = aggAgentSm()) const_cast<AgentEnvSm*>(agg.ptr())->doComputeGroupStatus();
+}
+
+void AgentEnvSm::handleIndividualStatus() {
+  if (!status_) return;
+  AgentEnvStatus::Status s = status_->individualStatus();
+  doComputeGroupStatus();
+  ZET_TRACE_AT("AgentEnvSm", 2) << name() << ": Status is " << s;
+  Ptr<AgentEnvSm const> agg = aggAgentSm();
+  if (!agg) return;
+  doClearStatusFromAggSm();
+  if (s <= AgentEnvStatus::unsupported) const_cast<AgentEnvSm*>(agg.ptr())->statusSetMemberIs(s, status_);
+}
+
+void AgentEnvSm::doClearStatusFromAggSm() {
+  Ptr<AgentEnvSm const> agg = aggAgentSm();
+  if (!agg || !status_) return;
+  auto* aggregate = const_cast<AgentEnvSm*>(agg.ptr());
+  for (AgentEnvStatus::Status s : {AgentEnvStatus::notApplicable, AgentEnvStatus::inProgress, AgentEnvStatus::initialized,
+                                   AgentEnvStatus::fail, AgentEnvStatus::error, AgentEnvStatus::unsupported})
+    aggregate->statusSetMemberDel(s, status_->name());
+}
+
+void AgentEnvSm::doComputeGroupStatus() {
+  if (!status_) return;
+  using St = AgentEnvStatus;
+  St::Status s = status_->individualStatus();
+  auto count = [this](St::Status set) { return statusSet(set).size(); };
+  size_t nested = config_ ? config_->nestedConfigs().size() : 0;
+  St::Status group;
+  if (count(St::unsupported) > 0 || s == St::unsupported)
+    group = St::unsupported;
+  else if (count(St::error) > 0 || s == St::error)
+    group = St::error;
+  else if (count(St::fail) > 0 || s == St::fail)
+    group = St::fail;
+  else if (count(St::notApplicable) > 0 || (s == St::notApplicable && nested == 0))
+    group = St::notApplicable;
+  else if (count(St::inProgress) > 0 || s == St::inProgress)
+    group = St::inProgress;
+  else if (count(St::initialized) == nested && (s == St::initialized || s == St::notApplicable))
+    group = St::initialized;
+  else
+    group = St::notApplicable;
+  ZET_TRACE_AT("AgentEnvSm", 2) << name() << ": Setting group status to " << group;
+  status_->groupStatusIs(group);
+}
+
+}  // namespace Zet
