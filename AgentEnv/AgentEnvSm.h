@@ -236,6 +236,8 @@ class AgentEnvSm : public Entity, public Reactor {
   Ptr<Dir> stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs);
   // Refuses an attempt of another mode: switchedModes with unsupported.
   bool doRefuseSwitchedModes();
+  // Reports a source0 that is not a valid URI: invalidUri with error.
+  bool doRefuseInvalidSource0();
   // Refuses a config change: the code with unsupported, the state machine
   // inconsistent for good, then the trace written by `trace`.
   template <class TraceLine>

@@ -47,8 +47,7 @@ void AgentEnvSm::handleConfigSource0() {
   if (!(source0 == sourcePre0_)) versionNumInc(1);
   sourcePre0_ = source0;
   if (isMountSource(source0) && !source0.isValid()) {
-    SM_TRACE(0) << ": Error: source0 is invalid URI.";
-    statusIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+    doRefuseInvalidSource0();
     return;
   }
   doActionIfReady();
@@ -59,6 +58,12 @@ void AgentEnvSm::handleConfigSource0() {
   SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(name) << ") on prefixMountConfig";
   prefixMountConfig_->sourceNameIs(name);
   doActionIfReady();
+}
+
+bool AgentEnvSm::doRefuseInvalidSource0() {
+  SM_TRACE(0) << ": Error: source0 is invalid URI.";
+  statusIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+  return false;
 }
 
 void AgentEnvSm::handleConfigSource1() {

@@ -49,6 +49,9 @@ bool AgentEnvSm::doActionIfReady() {
     doInstantiationAttempt();
     return status_ && status_->individualStatus() == AgentEnvStatus::initialized;
   }
+  // A source that is not a URI cannot be mounted (the error stands even when
+  // a later change of the dependency cleared the status).
+  if (!rootConfig()->source0().isValid()) return doRefuseInvalidSource0();
   return doMountingAttempt();
 }
 

@@ -1,13 +1,15 @@
-# Plugins that type_map_test loads with dlopen through map files it writes.
+# Plugins that type_map_test and agent_env_sm_test load with dlopen through map files it writes.
 # They are built beside the test but never linked into it.
 add_library(zetTestWidget MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/TestWidget.cpp)
 target_link_libraries(zetTestWidget PRIVATE zet)
 add_library(zetTestEmptyPlugin MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/EmptyPlugin.cpp)
 
-add_dependencies(type_map_test zetTestWidget zetTestEmptyPlugin)
-target_compile_definitions(type_map_test PRIVATE
-  ZET_TEST_WIDGET_PLUGIN="$<TARGET_FILE:zetTestWidget>"
-  ZET_TEST_EMPTY_PLUGIN="$<TARGET_FILE:zetTestEmptyPlugin>")
+foreach(test type_map_test agent_env_sm_test)
+  add_dependencies(${test} zetTestWidget zetTestEmptyPlugin)
+  target_compile_definitions(${test} PRIVATE
+    ZET_TEST_WIDGET_PLUGIN="$<TARGET_FILE:zetTestWidget>"
+    ZET_TEST_EMPTY_PLUGIN="$<TARGET_FILE:zetTestEmptyPlugin>")
+endforeach()
 
 # agentenv_check_test runs the agentenv command built beside it.
 if(TARGET agentenv_check_test AND TARGET agentenv)
