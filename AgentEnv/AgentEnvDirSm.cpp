@@ -105,6 +105,20 @@ void AgentEnvDirSm::reconcile(Name const& name) {
   Ptr<ActivityConfig> activity = ActivityFacility::activityManagerConfig()->activityConfigIs(name, kActivityPriorityHint);
   Ptr<AgentEnvSm> sm = agentEnvSmIs(activity, config, status);
   if (sm->agentEnvConfig() != config) sm->agentEnvConfigIs(config);
+  wakeDependents(name);
+}
+
+void AgentEnvDirSm::dependencyMissing(Name const& dependency, Name const& dependent) {
+  missingDependents_.insert(dependency, {}).first->push_back(dependent);
+}
+
+void AgentEnvDirSm::wakeDependents(Name const& name) {
+  std::vector<Name>* waiting = missingDependents_.find(name);
+  if (!waiting) return;
+  std::vector<Name> dependents = std::move(*waiting);
+  missingDependents_.erase(name);
+  for (Name const& dependent : dependents)
+    if (Ptr<AgentEnvSm> sm = agentEnvSm(dependent)) sm->notificationDefer(AgentEnvSm::kRedispatch);
 }
 
 void AgentEnvDirSm::remove(Name const& name) {

@@ -9,6 +9,7 @@
 // order. Not thread-safe: runs on the activity-loop thread.
 
 #include <cstdint>
+#include <vector>
 
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvSm.h"
@@ -58,6 +59,11 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   uint64_t dependencyGeneration() const { return dependencyGeneration_; }
   void dependencyGraphChanged() { ++dependencyGeneration_; }
 
+  // Remembers that `dependent` found no entry named `dependency`; when such
+  // an entry appears, the dependent's dependency handler runs again (from
+  // the loop), so entries may name entries that come later in a file.
+  void dependencyMissing(Name const& dependency, Name const& dependent);
+
  protected:
   virtual Ptr<AgentEnvSm> newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
                                         Ptr<AgentEnvStatus> status);
@@ -70,11 +76,13 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   Name missingPrerequisite(Name const& name, HashMap<bool>& visiting);
   void reconcile(Name const& name);
   void remove(Name const& name);
+  void wakeDependents(Name const& name);
 
   Ptr<AgentEnvConfigDir const> configDir_;
   Ptr<AgentEnvStatusDir> statusDir_;
   HashMap<Ptr<AgentEnvSm>> sms_;
   uint64_t dependencyGeneration_ = 1;
+  HashMap<std::vector<Name>> missingDependents_;  // by the name they miss
 };
 
 // A new AgentEnvDirSm over the two directories.

@@ -17,7 +17,6 @@ namespace {
 
 std::atomic<bool> localInstantiationSuppressedFlag{false};
 
-constexpr int kRedispatch = -1;
 constexpr int kRedispatchAll = -2;
 constexpr int kRegistrationCheck = 265;
 
@@ -303,7 +302,6 @@ void AgentEnvSm::onNotification(int code) {
     case 0x105: return handleConfigTarget();
     case 0x106: return handleConfigPathSuffix();
     case 0x107: return handleConfigTypeName();
-    case 0x109: return handleConfigDependency();
     case 0x10a: return handleConfigTimeoutPeriod();
     case 0x10b: return handleConfigAggConfig();
     case 0x10d: return handleConfigUnmountType();

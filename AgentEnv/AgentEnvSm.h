@@ -188,9 +188,11 @@ class AgentEnvSm : public Entity, public Reactor {
   // Switches every reaction of this state machine off or on.
   void hasNotificationActiveIs(bool active);
   bool hasNotificationActive() const { return notificationActive_; }
-  // Deferred delivery: -1 and -2 re-check the registration with the config
-  // and run the config handlers again; 265 only re-checks the registration;
-  // any other code is a config attribute identifier whose handler runs.
+  // Deferred delivery: -1 (kRedispatch) and -2 re-check the registration
+  // with the config and run the config handlers again; 265 only re-checks
+  // the registration; any other code is a config attribute identifier whose
+  // handler runs.
+  static constexpr int kRedispatch = -1;
   void handleNotification(ActivityConfig* activity) override;
   // Stops every reaction and lets go of what the state machine watches;
   // its owner calls this when the config is gone.
@@ -236,6 +238,9 @@ class AgentEnvSm : public Entity, public Reactor {
   Ptr<Dir> stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs);
   // Refuses an attempt of another mode: switchedModes with unsupported.
   bool doRefuseSwitchedModes();
+  // Reports a dependency naming no entry: dependencyNotFound with error,
+  // and asks the owner to tell this entry when one of that name appears.
+  bool doReportMissingDependency();
   // Reports a source0 that is not a valid URI: invalidUri with error.
   bool doRefuseInvalidSource0();
   // Refuses a config change: the code with unsupported, the state machine

@@ -28,9 +28,7 @@ bool AgentEnvSm::doActionIfReady() {
   if (consistency_ == inconsistent) return false;
   Name const& dependency = config_->dependency();
   if (namesEntry(dependency) && !dirSm_->agentEnvStatusDir()->agentEnvStatus(dependency)) {
-    SM_TRACE(0) << ": Error: Couldn't find dependency " << inQuotes(dependency);
-    statusIs(AgentEnvStatus::dependencyNotFound, AgentEnvStatus::error);
-    return false;
+    return doReportMissingDependency();
   }
   if (!dependencyReady()) return false;
   if (config_->aggConfig()) {
@@ -55,6 +53,14 @@ bool AgentEnvSm::doActionIfReady() {
   return doMountingAttempt();
 }
 
+bool AgentEnvSm::doReportMissingDependency() {
+  Name const& dependency = config_->dependency();
+  SM_TRACE(0) << ": Error: Couldn't find dependency " << inQuotes(dependency);
+  statusIs(AgentEnvStatus::dependencyNotFound, AgentEnvStatus::error);
+  dirSm_->dependencyMissing(dependency, config_->name());
+  return false;
+}
+
 void AgentEnvSm::handleConfigDependency() {
   SM_TRACE(2) << ": Got dependency " << inQuotes(rootConfig()->dependency());
   handleConsistencyCheck();
@@ -64,9 +70,8 @@ void AgentEnvSm::handleConfigDependency() {
   Name const& dependency = config_->dependency();
   Ptr<AgentEnvStatus> found = namesEntry(dependency) ? dirSm_->agentEnvStatusDir()->agentEnvStatus(dependency) : nullptr;
   if (namesEntry(dependency) && !found) {
-    SM_TRACE(0) << ": Error: Couldn't find dependency " << inQuotes(dependency);
     dependencyIs(nullptr);
-    statusIs(AgentEnvStatus::dependencyNotFound, AgentEnvStatus::error);
+    doReportMissingDependency();
     return;
   }
   Ptr<AgentEnvConfig> const& aggregate = config_->aggConfig();

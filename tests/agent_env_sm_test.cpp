@@ -60,7 +60,7 @@ TEST_F(AgentEnvSmTest, EntriesInstantiateAtOnceOrWhenTheirDependencyIsReady) {
   EXPECT_TRUE(at(path("env/cache")));
 }
 
-TEST_F(AgentEnvSmTest, MissingDependencyIsAnErrorUntilTheEntryIsToldAgain) {
+TEST_F(AgentEnvSmTest, MissingDependencyIsAnErrorUntilItAppears) {
   TraceCapture traces;
   entry("app", {.target = path("app"), .typeName = "Zet::Dir", .dependency = "ghost"});
   EXPECT_EQ(individual("app"), St::error);
@@ -68,14 +68,12 @@ TEST_F(AgentEnvSmTest, MissingDependencyIsAnErrorUntilTheEntryIsToldAgain) {
   EXPECT_EQ(message("app"), "dependency 'ghost' not found");
   EXPECT_TRUE(traces.has("0 app: Error: Couldn't find dependency \"ghost\""));
 
-  // The dependency appears: nothing tells "app" until its own config changes.
+  // The dependency appears (as a later entry of a file would): "app" is told.
   entry("ghost", {.target = path("ghost"), .typeName = "Zet::Dir"});
-  settle();
   EXPECT_EQ(individual("app"), St::error);
-  configs->agentEnvConfig(Name("app"))->dependencyIs(Name("_NOT READY_"));
-  configs->agentEnvConfig(Name("app"))->dependencyIs(Name("ghost"));
   settle();
   EXPECT_EQ(individual("app"), St::initialized);
+  EXPECT_EQ(code("app"), St::dependencyNotFound);  // an attempt that succeeds leaves the code
 }
 
 TEST_F(AgentEnvSmTest, CyclesAreReportedByEveryEntryOnThemAndClearedWhenBroken) {
@@ -360,6 +358,58 @@ TEST_F(AgentEnvSmTest, ConfigsAlreadyPresentGetTheirStateMachinesPrerequisitesFi
   EXPECT_TRUE(at(path("agg/m")));
   EXPECT_EQ(code("p"), St::circularDependency);
   EXPECT_EQ(code("q"), St::circularDependency);
+}
+
+TEST_F(AgentEnvSmTest, EntriesReadFromAFileSettleInDependencyOrder) {
+  char dirTemplate[] = "/tmp/zet-sm-files-XXXXXX";
+  std::string dir = mkdtemp(dirTemplate);
+  std::ofstream(dir + "/agent.conf") << "app { typeName = \"Zet::Dir\"; target = \"" << path("app")
+                                     << "\"; dependency = \"base\"; }\n"
+                                     << "base { typeName = \"Zet::Dir\"; target = \"" << path("base")
+                                     << "\"; dependency = \"\";\n"
+                                     << "  part { typeName = \"Zet::Dir\"; pathSuffix = \"part\"; dependency = \"\"; }\n}\n";
+  Ptr<ConfigFileParser> parser = configFileParserFactory(configs);
+  parser->configFileEnq(String8(dir + "/agent.conf"));
+  std::filesystem::remove_all(dir);
+  settle();
+  for (char const* e : {"app", "base", "part"}) EXPECT_EQ(group(e), St::initialized) << e;
+  EXPECT_TRUE(at(path("base/part")));
+  EXPECT_EQ(configs->agentEnvConfig(Name("part"))->aggConfig(), configs->agentEnvConfig(Name("base")));
+}
+
+TEST_F(AgentEnvSmTest, RoundsAndDeferredNotificationsReachTheStateMachine) {
+  TraceCapture traces;
+  entry("r", {.source0 = "*", .target = "4000", .dependency = "_NOT READY_"});
+  Ptr<AgentEnvSm> r = sm("r");
+  configs->agentEnvConfig(Name("r"))->nextRoundIs(3);  // no mount configuration: nothing to hand over
+  EXPECT_FALSE(r->mountConfig());
+
+  Ptr<MountStatus> mount = mountStatusFactory("r", nullptr);
+  r->mountStatusIs(mount);
+  mount->roundIs(7);
+  settle();
+  EXPECT_EQ(status("r")->round(), 7u);
+  r->mountStatusIs(nullptr);
+  r->handleMountRound();
+  EXPECT_EQ(status("r")->round(), 0u);
+
+  // -2 runs the config handlers again; 265 only checks the registration.
+  traces.lines.clear();
+  r->notificationDefer(-2);
+  settle();
+  EXPECT_TRUE(traces.has("2 r: Got source0 \"*\""));
+  traces.lines.clear();
+  r->notificationDefer(265);
+  settle();
+  EXPECT_TRUE(traces.lines.empty());
+
+  // A zombie no longer hears its config; marked live again, it does.
+  r->zetDoZombieReactors(true);
+  configs->agentEnvConfig(Name("r"))->targetIs(EntityUriPath(String8("4001")));
+  EXPECT_TRUE(traces.lines.empty());
+  r->zetDoZombieReactors(false);
+  configs->agentEnvConfig(Name("r"))->targetIs(EntityUriPath(String8("4002")));
+  EXPECT_TRUE(traces.has("2 r: Got target \"4002\""));
 }
 
 TEST_F(AgentEnvSmTest, ALongChainSettlesIterativelyFromTheLoop) {
