@@ -42,10 +42,9 @@ AgentEnvSm::AgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> c
   if (!config) throwRangeException("null ValidPtr");
   statusIs(std::move(status));
   config_ = std::move(config);
-  configReactor_ = std::make_unique<ConfigReactor>(*this);
   try {
     runConfigHandlers();
-    configReactor_->notifierIs(config_);
+    configReactor_.notifierIs(config_);
     activate();
     handleStatusReaction();
   } catch (...) {
@@ -63,8 +62,8 @@ void AgentEnvSm::doShutdown() {
   dirEntryReactor_.reset();
   mountStatusReactor_.reset();
   prefixMountStatusReactor_.reset();
-  statusReactor_.reset();
-  if (configReactor_) configReactor_->notifierIs(nullptr);
+  statusReactor_.notifierIs(nullptr);
+  configReactor_.notifierIs(nullptr);
 }
 
 void AgentEnvSm::runConfigHandlers() {
@@ -85,6 +84,21 @@ void AgentEnvSm::onConfigAttribute(void (AgentEnvSm::*handler)(), bool retryAtte
   if (retryAttempt) doRetryAfterConfigChange();
 }
 
+void AgentEnvSm::ConfigReactor::onSource0() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigSource0); }
+void AgentEnvSm::ConfigReactor::onSource1() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigSource1); }
+void AgentEnvSm::ConfigReactor::onTarget() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigTarget, true); }
+void AgentEnvSm::ConfigReactor::onPathSuffix() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigPathSuffix, true); }
+void AgentEnvSm::ConfigReactor::onTypeName() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigTypeName, true); }
+void AgentEnvSm::ConfigReactor::onDependency() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigDependency); }
+void AgentEnvSm::ConfigReactor::onTimeoutPeriod() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigTimeoutPeriod); }
+void AgentEnvSm::ConfigReactor::onUnmountType() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigUnmountType); }
+void AgentEnvSm::ConfigReactor::onAggConfig() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigAggConfig); }
+void AgentEnvSm::ConfigReactor::onNextRound() { sm_.onConfigAttribute(&AgentEnvSm::handleConfigNextRound); }
+void AgentEnvSm::ConfigReactor::onNestedConfig(Name const& name) {
+  if (sm_.notificationActive_) sm_.handleNestedConfig(name);
+}
+void AgentEnvSm::ZetStatus::onIndividualStatus() { sm_.handleStatusReaction(); }
+
 void AgentEnvSm::agentEnvConfigIs(Ptr<AgentEnvConfig const> config) {
   if (!config) throwRangeException("null ValidPtr");
   if (config == config_) return;
@@ -95,18 +109,12 @@ void AgentEnvSm::agentEnvConfigIs(Ptr<AgentEnvConfig const> config) {
 
 void AgentEnvSm::registrationCheck() {
   bool registered = notificationActive_ && !isZombie();
-  configReactor_->notifierIs(registered ? config_ : nullptr);
+  configReactor_.notifierIs(registered ? config_ : nullptr);
 }
 
 void AgentEnvSm::statusIs(Ptr<AgentEnvStatus> status) {
-  if (status == status_ && (statusReactor_ || !status)) return;
   status_ = std::move(status);
-  if (!status_) {
-    statusReactor_.reset();
-    return;
-  }
-  if (!statusReactor_) statusReactor_ = std::make_unique<ZetStatus>(*this);
-  statusReactor_->notifierIs(status_);
+  statusReactor_.notifierIs(status_);
 }
 
 void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
@@ -277,7 +285,7 @@ void AgentEnvSm::hasNotificationActiveIs(bool active) {
   if (active == notificationActive_) return;
   notificationActive_ = active;
   for (NotifieeBase* n : std::initializer_list<NotifieeBase*>{
-           configReactor_.get(), statusReactor_.get(), mountStatusReactor_.get(), prefixMountStatusReactor_.get(),
+           &configReactor_, &statusReactor_, mountStatusReactor_.get(), prefixMountStatusReactor_.get(),
            dirEntryReactor_.get(), dependencyReactor_.get(), aggAgentSmReactor_.get()})
     if (n) n->hasNotificationActiveIs(active);
 }
@@ -312,7 +320,8 @@ void AgentEnvSm::onNotification(int code) {
 
 void AgentEnvSm::onZombie(bool zombie) {
   registrationCheck();
-  for (Reactor* r : std::initializer_list<Reactor*>{statusReactor_.get(), prefixMountStatusReactor_.get(),
+  statusReactor_.zombie = zombie;
+  for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor_.get(),
                                                    mountStatusReactor_.get(), dirEntryReactor_.get(),
                                                    dependencyReactor_.get(), aggAgentSmReactor_.get()})
     if (r) r->zetDoZombieReactors(zombie);

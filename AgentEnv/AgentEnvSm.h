@@ -214,8 +214,35 @@ class AgentEnvSm : public Entity, public Reactor {
   void onZombie(bool zombie) override;
 
  private:
-  class ConfigReactor;
-  class ZetStatus;
+  // Calls the config handlers as the config changes, at once.
+  class ConfigReactor : public AgentEnvConfig::NotifieeConst {
+   public:
+    explicit ConfigReactor(AgentEnvSm& sm) : sm_(sm) {}
+    void onSource0() override;
+    void onSource1() override;
+    void onTarget() override;
+    void onPathSuffix() override;
+    void onTypeName() override;
+    void onDependency() override;
+    void onTimeoutPeriod() override;
+    void onUnmountType() override;
+    void onAggConfig() override;
+    void onNextRound() override;
+    void onNestedConfig(Name const& name) override;
+
+   private:
+    AgentEnvSm& sm_;
+  };
+  // The own status: its individual status drives the group statuses, at once.
+  class ZetStatus : public AgentEnvStatus::NotifieeConst {
+   public:
+    explicit ZetStatus(AgentEnvSm& sm) : sm_(sm) {}
+    void onIndividualStatus() override;
+    bool zombie = false;  // marked by zetDoZombieReactors
+
+   private:
+    AgentEnvSm& sm_;
+  };
   class ZetDependency;
   class ZetAggAgentSm;
   class DirEntryReactor;
@@ -257,8 +284,8 @@ class AgentEnvSm : public Entity, public Reactor {
   Ptr<AgentEnvConfig const> config_;
   Ptr<AgentEnvStatus> status_;
   AgentEnvDirSm* dirSm_;
-  std::unique_ptr<ConfigReactor> configReactor_;
-  std::unique_ptr<ZetStatus> statusReactor_;
+  ConfigReactor configReactor_{*this};
+  ZetStatus statusReactor_{*this};
   std::unique_ptr<MountStatusReactor> prefixMountStatusReactor_;
   std::unique_ptr<MountStatusReactor> mountStatusReactor_;
   std::unique_ptr<DirEntryReactor> dirEntryReactor_;

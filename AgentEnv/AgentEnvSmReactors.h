@@ -1,36 +1,13 @@
 #pragma once
-// The nested reactors of AgentEnvSm, each watching one entity for the state
-// machine. Reactions to the own config and the own status run at once;
-// reactions to other entries are deferred to the state machine's activity
-// (Reactor), coalesced until they run.
+// The nested reactors of AgentEnvSm that watch other entries: their
+// reactions are deferred to the state machine's activity (Reactor),
+// coalesced until they run.
 
 #include <utility>
 
 #include "AgentEnv/AgentEnvSm.h"
 
 namespace Zet {
-
-// Calls the state machine's config handlers as the config changes.
-class AgentEnvSm::ConfigReactor : public AgentEnvConfig::NotifieeConst {
- public:
-  explicit ConfigReactor(AgentEnvSm& sm) : sm_(sm) {}
-  void onSource0() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigSource0); }
-  void onSource1() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigSource1); }
-  void onTarget() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigTarget, true); }
-  void onPathSuffix() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigPathSuffix, true); }
-  void onTypeName() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigTypeName, true); }
-  void onDependency() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigDependency); }
-  void onTimeoutPeriod() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigTimeoutPeriod); }
-  void onUnmountType() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigUnmountType); }
-  void onAggConfig() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigAggConfig); }
-  void onNextRound() override { sm_.onConfigAttribute(&AgentEnvSm::handleConfigNextRound); }
-  void onNestedConfig(Name const& name) override {
-    if (sm_.notificationActive_) sm_.handleNestedConfig(name);
-  }
-
- private:
-  AgentEnvSm& sm_;
-};
 
 // A reactor of another entity of type T: its notifications become one
 // deferred call of the state machine's reaction on the state machine's
@@ -50,19 +27,6 @@ class AgentEnvSmReactor : public Notifiee, public Reactor {
  private:
   AgentEnvSm& sm_;
   void (AgentEnvSm::*reaction_)();
-};
-
-// The own status: its individual status drives the group statuses.
-class AgentEnvSm::ZetStatus : public AgentEnvStatus::NotifieeConst, public Reactor {
- public:
-  explicit ZetStatus(AgentEnvSm& sm) : Reactor(nullptr), sm_(sm) {}
-  void onIndividualStatus() override { sm_.handleStatusReaction(); }
-
- protected:
-  void onNotification(int) override { sm_.handleStatusReaction(); }
-
- private:
-  AgentEnvSm& sm_;
 };
 
 // The dependency's status: each change of its group status.

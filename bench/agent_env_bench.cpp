@@ -34,7 +34,8 @@ std::vector<Entry> entries(Shape shape, size_t count, std::string const& root) {
   std::vector<Entry> made;
   made.reserve(count);
   for (size_t i = 0; i < count; ++i) {
-    std::string name = "e" + std::to_string(i);
+    std::string name = "e";
+    name += std::to_string(i);
     Entry e{Name(name), String8(root + "/" + name), Name(""), Name(), String8()};
     if (shape == Shape::chain && i > 0) e.dependency = made.back().name;
     if (shape == Shape::aggregates && i % kAggregateSize != 0) {
