@@ -274,6 +274,8 @@ class AgentEnvSm : public Entity, public Reactor {
   // inconsistent for good, then the trace written by `trace`.
   template <class TraceLine>
   void doRefuseChange(AgentEnvStatus::StatusCode code, TraceLine&& trace);
+  template <class Apply>
+  void forMountConfigs(char const* mainLabel, Apply&& apply);
   bool wouldSwitchModes() const;
   bool failsCommonCheck();
   EntityUriPath targetInEffect() const;

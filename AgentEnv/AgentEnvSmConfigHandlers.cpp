@@ -32,6 +32,14 @@ void AgentEnvSm::statusIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Statu
   status_->individualStatusIs(s);
 }
 
+// Runs apply(config, label) on the main mount configuration (traced under
+// mainLabel) and then on the prefix mount's, each only when it exists.
+template <class Apply>
+void AgentEnvSm::forMountConfigs(char const* mainLabel, Apply&& apply) {
+  if (mountConfig_) apply(*mountConfig_, mainLabel);
+  if (prefixMountConfig_) apply(*prefixMountConfig_, "prefixMountConfig");
+}
+
 template <class TraceLine>
 void AgentEnvSm::doRefuseChange(AgentEnvStatus::StatusCode code, TraceLine&& trace) {
   statusIs(code, AgentEnvStatus::unsupported);
@@ -113,40 +121,28 @@ void AgentEnvSm::handleConfigPathSuffix() {
 void AgentEnvSm::handleConfigTypeName() {
   SM_TRACE(2) << ": Got typeName " << inQuotes(config_->typeName());
   EntityUri source = mcSourceName();
-  if (mountConfig_) {
-    SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on mountConfig";
-    mountConfig_->sourceNameIs(source);
-  }
-  if (prefixMountConfig_) {
-    SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on prefixMountConfig";
-    prefixMountConfig_->sourceNameIs(source);
-  }
+  forMountConfigs("mountConfig", [&](MountConfig& mc, char const* label) {
+    SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on " << label;
+    mc.sourceNameIs(source);
+  });
 }
 
 void AgentEnvSm::handleConfigTimeoutPeriod() {
   double timeout = config_->timeoutPeriod();
   SM_TRACE(2) << ": Got timeoutPeriod " << stringValue(timeout);
-  if (mountConfig_) {
-    SM_TRACE(2) << ": Calling timeoutPeriodIs(" << stringValue(timeout) << ") on MountConfig";
-    mountConfig_->initTimeoutPeriodIs(timeout);
-  }
-  if (prefixMountConfig_) {
-    SM_TRACE(2) << ": Calling timeoutPeriodIs(" << stringValue(timeout) << ") on prefixMountConfig";
-    prefixMountConfig_->initTimeoutPeriodIs(timeout);
-  }
+  forMountConfigs("MountConfig", [&](MountConfig& mc, char const* label) {
+    SM_TRACE(2) << ": Calling timeoutPeriodIs(" << stringValue(timeout) << ") on " << label;
+    mc.initTimeoutPeriodIs(timeout);
+  });
 }
 
 void AgentEnvSm::handleConfigUnmountType() {
   auto type = static_cast<MountConfig::UnmountType>(config_->unmountType());
   SM_TRACE(2) << ": Got unmountType " << config_->unmountType();
-  if (mountConfig_) {
-    SM_TRACE(2) << ": Calling unmountTypeIs(" << type << ") on MountConfig";
-    mountConfig_->unmountTypeIs(type);
-  }
-  if (prefixMountConfig_) {
-    SM_TRACE(2) << ": Calling unmountTypeIs(" << type << ") on prefixMountConfig";
-    prefixMountConfig_->unmountTypeIs(type);
-  }
+  forMountConfigs("MountConfig", [&](MountConfig& mc, char const* label) {
+    SM_TRACE(2) << ": Calling unmountTypeIs(" << type << ") on " << label;
+    mc.unmountTypeIs(type);
+  });
 }
 
 void AgentEnvSm::handleConfigAggConfig() {
