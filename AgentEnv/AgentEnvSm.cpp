@@ -262,13 +262,28 @@ EntityUri AgentEnvSm::sourceNameUri() const {
 
 EntityUri AgentEnvSm::mcSourceName() const { return sourceNameUri(); }
 
+// The nearest config up the aggregate chain that has a target of its own,
+// extended by the path of each nested config below it (its pathSuffix, or
+// its name without one). The walk is bounded by the number of configs, so
+// that aggregates naming each other in a cycle end.
 EntityUriPath AgentEnvSm::configTarget() const {
   if (!config_) return EntityUriPath();
-  Ptr<AgentEnvConfig const> root = rootConfig();
-  if (root == config_ || !config_->target().isEmpty()) return config_->target();
-  std::string_view below =
-      config_->pathSuffix().isEmpty() ? name().view() : config_->pathSuffix().entityPath().text().view();
-  return EntityUriPath(String8(joined(root->target().text().view(), below)));
+  size_t bound = dirSm_ && dirSm_->agentEnvConfigDir() ? dirSm_->agentEnvConfigDir()->agentEnvConfigCount() : 0;
+  std::vector<AgentEnvConfig const*> below;
+  AgentEnvConfig const* at = config_.ptr();
+  while (at->target().isEmpty() && at->aggConfig() && below.size() <= bound) {
+    below.push_back(at);
+    at = at->aggConfig().ptr();
+  }
+  std::string path(at->target().text().view());
+  for (auto it = below.rbegin(); it != below.rend(); ++it) {
+    AgentEnvConfig const& nested = **it;
+    std::string_view name =
+        nested.pathSuffix().isEmpty() ? nested.name().view() : nested.pathSuffix().entityPath().text().view();
+    if (!path.empty() && path.back() != '/' && !name.starts_with('/')) path += '/';
+    path += name;
+  }
+  return EntityUriPath(String8(path));
 }
 
 Name AgentEnvSm::prefixMountName() const {
@@ -305,6 +320,7 @@ void AgentEnvSm::handleNotification(ActivityConfig*) {
 
 void AgentEnvSm::onNotification(int code) {
   switch (static_cast<AttributeId>(code)) {
+    case kActIfReady: doActionIfReady(); return;
     case 0x102: return handleConfigSource0();
     case 0x104: return handleConfigSource1();
     case 0x105: return handleConfigTarget();

@@ -190,9 +190,10 @@ class AgentEnvSm : public Entity, public Reactor {
   bool hasNotificationActive() const { return notificationActive_; }
   // Deferred delivery: -1 (kRedispatch) and -2 re-check the registration
   // with the config and run the config handlers again; 265 only re-checks
-  // the registration; any other code is a config attribute identifier whose
-  // handler runs.
+  // the registration; 0 (kActIfReady) runs doActionIfReady; any other code
+  // is a config attribute identifier whose handler runs.
   static constexpr int kRedispatch = -1;
+  static constexpr int kActIfReady = 0;
   void handleNotification(ActivityConfig* activity) override;
   // Stops every reaction and lets go of what the state machine watches;
   // its owner calls this when the config is gone.

@@ -16,6 +16,9 @@ bool AgentEnvSm::doRefuseSwitchedModes() {
 
 void AgentEnvSm::doInstantiationAttempt() {
   if (mode_ == init && doTargetInstantiationAttempt()) return;
+  // Already made: a late request to act (an aggregate asked by several
+  // members, say) has nothing left to do.
+  if (mode_ == instantiate && status_ && status_->individualStatus() == AgentEnvStatus::initialized) return;
   if (mode_ == mount ? configTarget() == targetInEffect() : mode_ != init && mode_ != instantiate) {
     doRefuseSwitchedModes();
     return;
@@ -30,14 +33,15 @@ void AgentEnvSm::doInstantiationAttempt() {
 }
 
 // A member of an aggregate is made once its aggregate has been: an aggregate
-// still undecided is asked to act first (its new version number brings the
-// member back), and a member of an instantiated aggregate is made under it.
+// still undecided is asked to act first, from the loop (so that aggregates
+// nested a million deep do not recurse), and its new version number brings
+// the member back; a member of an instantiated aggregate is made under it.
 bool AgentEnvSm::doTargetInstantiationAttempt() {
   if (!config_->aggConfig()) return false;
   AgentEnvSm* root = rootSm();
   if (!root || root == this) return false;
   if (root->mode() == init) {
-    root->doActionIfReady();
+    root->notificationDefer(kActIfReady);
     return true;
   }
   if (root->mode() != instantiate) return false;
