@@ -5,14 +5,18 @@
 // calling thread, in registration order. Each round walks a snapshot of the
 // list: notifiees registered during the round are first called in the next
 // one, and a notifiee unregistered during the round is not called after it
-// left. A handler's exception is caught around that one call and handed to
-// the notifiee's exception hook; the other notifiees are still called.
+// left. Whatever a handler throws is caught around that one call and handed
+// to the notifiee's exception hook; the other notifiees are still called.
+//
+// The list is intrusive (each notifiee holds its links), so registering and
+// unregistering cost the same however many notifiees there are.
 
 #include <cstddef>
 #include <exception>
-#include <vector>
 
 namespace Zet {
+
+class Notifier;
 
 class NotifieeBase {
  public:
@@ -24,14 +28,20 @@ class NotifieeBase {
   bool hasNotificationActive() const { return notificationActive_; }
   virtual void hasNotificationActiveIs(bool active) { notificationActive_ = active; }
 
-  // Receives what one of this notifiee's handlers threw during a notification.
-  // The default traces it (facility "Notifiee", level 0).
+  // Receives what one of this notifiee's handlers threw during a notification
+  // (something not derived from std::exception arrives as a Zet::Exception
+  // saying so). The default traces it (facility "Notifiee", level 0).
   virtual void onNotificationException(std::exception const& e);
 
  protected:
-  virtual ~NotifieeBase() = default;
+  // Leaves the notifier it is still registered with.
+  virtual ~NotifieeBase();
 
  private:
+  friend class Notifier;
+  Notifier const* registeredWith_ = nullptr;  // the notifier whose list holds this one
+  NotifieeBase* prev_ = nullptr;              // links of that list
+  NotifieeBase* next_ = nullptr;
   bool notificationActive_ = true;
 };
 
@@ -43,48 +53,59 @@ class Notifier {
 
   size_t notifieeCount() const { return count_; }
 
-  // Registration; registering twice or removing an absent notifiee is a no-op.
+  // Appends a notifiee (after taking it off any other notifier); registering
+  // it again, or removing an absent one, is a no-op.
   void notifieeAdd(NotifieeBase* n) const;
   void notifieeRemove(NotifieeBase* n) const;
 
  protected:
-  ~Notifier() = default;
+  ~Notifier();
 
   // Calls handler(notifiee) for each active registered notifiee, as a
   // snapshot round (see above). N is the notifiee interface of the caller's
   // type; only notifiees of that interface can have registered.
   template <class N, class Handler>
   void notify(Handler&& handler) const {
+    if (!head_) return;
     Round round(*this);
-    for (size_t i = 0; i < round.size; ++i) {
-      NotifieeBase* n = notifiees_[i];
-      if (!n || !n->hasNotificationActive()) continue;
+    while (NotifieeBase* n = round.take()) {
+      if (!n->hasNotificationActive()) continue;
       try {
         handler(*static_cast<N*>(n));
       } catch (std::exception const& e) {
         deliverException(n, e);
+      } catch (...) {
+        deliverUnknownException(n);
       }
     }
   }
 
  private:
-  // Marks a walk in progress so that removals leave holes instead of shifting
-  // members under it; the last walk to finish closes the holes.
+  // A round in progress: the next notifiee to call and the last one that
+  // was registered when the round began. Rounds nest (a handler may cause
+  // another round); removals move the cursors of every round in progress.
   struct Round {
-    explicit Round(Notifier const& n) : notifier(n), size(n.notifiees_.size()) { ++n.walking_; }
-    ~Round() {
-      if (--notifier.walking_ == 0 && notifier.hasHoles_) notifier.closeHoles();
+    explicit Round(Notifier const& n) : notifier(n), next(n.head_), last(n.tail_), outer(n.rounds_) {
+      n.rounds_ = this;
+    }
+    ~Round() { notifier.rounds_ = outer; }
+    NotifieeBase* take() {
+      NotifieeBase* n = next;
+      if (n) next = n == last ? nullptr : n->next_;
+      return n;
     }
     Notifier const& notifier;
-    size_t size;
+    NotifieeBase* next;
+    NotifieeBase* last;
+    Round* outer;
   };
   static void deliverException(NotifieeBase* n, std::exception const& e) noexcept;
-  void closeHoles() const;
+  static void deliverUnknownException(NotifieeBase* n) noexcept;
 
-  mutable std::vector<NotifieeBase*> notifiees_;
+  mutable NotifieeBase* head_ = nullptr;
+  mutable NotifieeBase* tail_ = nullptr;
+  mutable Round* rounds_ = nullptr;  // innermost round in progress
   mutable size_t count_ = 0;
-  mutable unsigned walking_ = 0;
-  mutable bool hasHoles_ = false;
 };
 
 }  // namespace Zet

@@ -87,6 +87,41 @@ TEST_F(Notification, AThrowingHandlerIsIsolatedAndReported) {
   EXPECT_TRUE(b.hookSaw.empty());
 }
 
+TEST_F(Notification, ThrowsOfAnyTypeAreCaughtAroundEachCall) {
+  struct NotAnException {};
+  Watcher a("a"), b("b"), c("c");
+  a.notifierIs(status);
+  b.notifierIs(status);
+  c.notifierIs(status);
+  a.action = [] { throw 42; };
+  b.action = [] { throw NotAnException{}; };
+  EXPECT_NO_THROW(change());
+  EXPECT_EQ(calls, (std::vector<std::string>{"a", "b", "c"}));
+  EXPECT_EQ(a.hookSaw, std::vector<std::string>{"notifiee threw something that is not a std::exception"});
+  EXPECT_EQ(b.hookSaw.size(), 1u);
+}
+
+TEST_F(Notification, TheLastOfARoundLeavingAndComingBackIsNotCalledTwice) {
+  Watcher a("a"), b("b"), c("c");
+  a.notifierIs(status);
+  b.notifierIs(status);
+  c.notifierIs(status);
+  // a takes c (the last of the round) off and puts it back at the end; b
+  // leaves during a nested round started by a.
+  int depth = 0;
+  a.action = [&] {
+    if (depth++ > 0) return;
+    c.notifierIs(nullptr);
+    c.notifierIs(status);
+    change();
+  };
+  b.action = [&] { b.notifierIs(nullptr); };
+  change();
+  // Outer round: a (nested round: a, b, c), then neither b (gone) nor c (re-registered).
+  EXPECT_EQ(calls, (std::vector<std::string>{"a", "a", "b", "c"}));
+  EXPECT_EQ(status->notifieeCount(), 2u);
+}
+
 TEST_F(Notification, SwitchedOffNotifieesHearNothingAndBindingMoves) {
   Watcher a("a");
   a.notifierIs(status);
