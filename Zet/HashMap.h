@@ -21,12 +21,41 @@
 
 namespace Zet {
 
+// Folds the high bits in, so hashes differing only high up use different buckets.
+inline size_t spreadHash(uint64_t h) { return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47)); }
+
+namespace detail {
+// The hash a member is filed under. String keys carry their hash with their
+// text, so members keyed by them store none of their own: a member is then
+// three pointers, the smallest block the allocator hands out.
+// mayMatch(h) tells cheaply whether a member with hash h may hold the key.
+template <class Key, bool = std::is_base_of_v<String8, Key>>
+class StoredHash {
+ public:
+  explicit StoredHash(size_t h) : hash_(h) {}
+  size_t storedHash(Key const&) const { return hash_; }
+  bool mayMatch(size_t h) const { return hash_ == h; }
+
+ private:
+  size_t hash_;
+};
+// Comparing string keys looks at the shared text first and at the hash kept
+// with it next, so the member need not keep the hash again.
+template <class Key>
+class StoredHash<Key, true> {
+ public:
+  explicit StoredHash(size_t) {}
+  static size_t storedHash(Key const& key) { return spreadHash(key.hash()); }
+  static bool mayMatch(size_t) { return true; }
+};
+}  // namespace detail
+
 template <class Value, class Key = Name>
 class HashMap {
  public:
   static constexpr size_t kDefaultBuckets = 8;
 
-  class Member {
+  class Member : detail::StoredHash<Key> {
    public:
     Key const& key() const { return key_; }
     Value& value() { return value_; }
@@ -36,10 +65,11 @@ class HashMap {
 
    private:
     friend class HashMap;
-    Member(Key k, Value v, size_t h) : key_(std::move(k)), value_(std::move(v)), hash_(h) {}
+    Member(Key k, Value v, size_t h) : detail::StoredHash<Key>(h), key_(std::move(k)), value_(std::move(v)) {}
+    size_t hash() const { return this->storedHash(key_); }
+    bool matches(size_t h, Key const& key) const { return this->mayMatch(h) && key_ == key; }
     Key key_;
     Value value_;
-    size_t hash_;
     Member* next_ = nullptr;
   };
 
@@ -61,7 +91,7 @@ class HashMap {
     if (!table_) return nullptr;
     size_t h = hashOf(key);
     for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-      if (m->hash_ == h && m->key_ == key) return m;
+      if (m->matches(h, key)) return m;
     return nullptr;
   }
   // The member whose key has this text, or null; for string keys, without
@@ -70,9 +100,9 @@ class HashMap {
     requires std::is_base_of_v<String8, Key>
   {
     if (!table_) return nullptr;
-    size_t h = spread(String8::hashOf(text));
+    size_t h = spreadHash(String8::hashOf(text));
     for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-      if (m->hash_ == h && m->key_.view() == text) return m;
+      if (m->hash() == h && m->key_.view() == text) return m;
     return nullptr;
   }
   // A pointer to the value for key, or null.
@@ -92,7 +122,7 @@ class HashMap {
     size_t h = hashOf(key);
     if (table_) {
       for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-        if (m->hash_ == h && m->key_ == key) return {&m->value_, false};
+        if (m->matches(h, key)) return {&m->value_, false};
     }
     return {&link(new Member(key, std::move(value), h))->value_, true};
   }
@@ -109,7 +139,7 @@ class HashMap {
     size_t h = hashOf(key);
     for (Member** at = &table_[h & (buckets_ - 1)]; *at; at = &(*at)->next_) {
       Member* m = *at;
-      if (m->hash_ != h || !(m->key_ == key)) continue;
+      if (!m->matches(h, key)) continue;
       moveBookmarksOff(m);
       *at = m->next_;
       m->next_ = nullptr;
@@ -163,11 +193,14 @@ class HashMap {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
+    // A bookmark standing on no member (an end, or the begin of an empty
+    // map) is not registered and keeps no pointer to the map, so it may
+    // outlive the map like every other bookmark.
     void attach(HashMap const* map, size_t bucket, Member* member) {
-      map_ = const_cast<HashMap*>(map);
       bucket_ = bucket;
-      member_ = member;
-      if (!map_ || !member_) return;
+      member_ = map ? member : nullptr;
+      map_ = member_ ? const_cast<HashMap*>(map) : nullptr;
+      if (!map_) return;
       nextBookmark_ = map_->bookmarks_;
       if (nextBookmark_) nextBookmark_->prevBookmark_ = this;
       map_->bookmarks_ = this;
@@ -212,7 +245,7 @@ class HashMap {
     size_t n = 0;
     for (size_t i = 0; table_ && i < buckets_; ++i)
       for (Member* m = table_[i]; m; m = m->next_) {
-        if ((m->hash_ & (buckets_ - 1)) != i) return false;
+        if ((m->hash() & (buckets_ - 1)) != i) return false;
         ++n;
       }
     return n == size_;
@@ -224,14 +257,12 @@ class HashMap {
     while (b < n) b <<= 1;
     return b;
   }
-  static size_t hashOf(Key const& key) { return spread(std::hash<Key>()(key)); }
-  // Folds the high bits in, so hashes differing only high up use different buckets.
-  static size_t spread(uint64_t h) { return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47)); }
+  static size_t hashOf(Key const& key) { return spreadHash(std::hash<Key>()(key)); }
 
   Member* link(Member* m) {
     if (!table_) table_ = std::make_unique<Member*[]>(buckets_);
     if (size_ >= buckets_ && !bookmarks_) grow();
-    Member*& head = table_[m->hash_ & (buckets_ - 1)];
+    Member*& head = table_[m->hash() & (buckets_ - 1)];
     m->next_ = head;
     head = m;
     ++size_;
@@ -244,7 +275,7 @@ class HashMap {
     for (size_t i = 0; i < buckets_; ++i) {
       for (Member* m = table_[i]; m;) {
         Member* next = m->next_;
-        Member*& head = newTable[m->hash_ & (newBuckets - 1)];
+        Member*& head = newTable[m->hash() & (newBuckets - 1)];
         m->next_ = head;
         head = m;
         m = next;

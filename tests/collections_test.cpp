@@ -94,7 +94,37 @@ TEST(HashMap, BookmarksOutliveClearsAndTheMapItself) {
   map->insert("again", "v");
   auto c = map->begin();
   delete map;  // c must not touch the map when it goes
-  SUCCEED();
+  EXPECT_FALSE(c);
+
+  // Bookmarks that stand on nothing: the begin of an empty map, its end, a
+  // walk run to its end, and copies of each.
+  auto* empty = new HashMap<int>;
+  auto first = empty->begin();
+  auto last = empty->end();
+  auto copy = first;
+  auto* one = new HashMap<int>;
+  one->insert("only", 1);
+  auto walked = one->begin();
+  ++walked;
+  auto walkedCopy = walked;
+  delete empty;
+  delete one;
+  EXPECT_FALSE(first);
+  EXPECT_FALSE(last);
+  EXPECT_FALSE(copy);
+  EXPECT_FALSE(walkedCopy);
+}
+
+TEST(HashMap, StringKeysFindTheirMembersByTextOrByACopyOfTheKey) {
+  HashMap<int> map;
+  for (int i = 0; i < 1000; ++i) map.insert(numbered("k", i), i);
+  for (int i = 0; i < 1000; ++i) {
+    std::string text = numbered("k", i).str();
+    ASSERT_TRUE(map.memberByText(text)) << text;
+    EXPECT_EQ(*map.find(Name(text)), i);  // another buffer with the same text
+  }
+  EXPECT_FALSE(map.find(Name("k1000")));
+  EXPECT_TRUE(map.isConsistent());
 }
 
 TEST(HashMap, GrowsOnlyWhenNoWalkIsInProgress) {
