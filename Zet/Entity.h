@@ -7,6 +7,7 @@
 // and audited. Entities are reference-counted; they are not thread-safe and
 // live on the activity-loop thread that owns them.
 
+#include <type_traits>
 #include <vector>
 
 #include "Zet/Exception.h"
@@ -104,8 +105,10 @@ class TypedNotifiee : public Entity::NotifieeConst {
 // modify a const instance".
 class EntityHandle {
  public:
-  EntityHandle(Ptr<Entity> e) : entity_(e), writable_(true) {}
-  EntityHandle(Ptr<Entity const> e) : entity_(e), writable_(false) {}
+  // Writable exactly when made from a pointer to a non-const entity.
+  template <class T>
+    requires std::is_base_of_v<Entity, std::remove_const_t<T>>
+  EntityHandle(Ptr<T> const& e) : entity_(e), writable_(!std::is_const_v<T>) {}
   Ptr<Entity const> const& entity() const { return entity_; }
   String8 attributeValue(AttributeId id) const { return entity_->attributeValue(id); }
   void attributeValueIs(AttributeId id, std::string_view text) const;

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <functional>
+#include <type_traits>
 #include <utility>
 
 namespace Zet {
@@ -44,7 +45,10 @@ class Ptr {
   Ptr(T* p) noexcept : p_(p) { acquire(); }
   Ptr(Ptr const& o) noexcept : p_(o.p_) { acquire(); }
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+  // From a pointer to a type whose pointers convert to T* (a derived type,
+  // or the same type made const); never from const to non-const.
   template <class U>
+    requires std::is_convertible_v<U*, T*>
   Ptr(Ptr<U> const& o) noexcept : p_(o.ptr()) { acquire(); }
   ~Ptr() { release(); }
 

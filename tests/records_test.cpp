@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+
 #include <string>
 #include <vector>
 
@@ -185,14 +187,19 @@ TEST(Records, GenericAccessByIdentifierAndConstHandles) {
   EXPECT_EQ(c->attributeString(0x200), "unknown");
   EXPECT_EQ(c->attributeValue(0x108), "_NOT READY_");
 
-  EntityHandle writable(Ptr<Entity>(c.ptr()));
+  // Handles are made from pointers of the entity's own type: write access
+  // follows constness, and a const pointer never passes for a mutable one.
+  static_assert(!std::is_convertible_v<Ptr<AgentEnvConfig const>, Ptr<Entity>>);
+  static_assert(!std::is_convertible_v<Ptr<Entity>, Ptr<AgentEnvConfig>>);
+  static_assert(std::is_convertible_v<Ptr<AgentEnvConfig>, Ptr<Entity const>>);
+  EntityHandle writable(c);
   writable.attributeValueIs(0x10a, "30");
   writable.attributeValueIs(0x10d, "stateRemoving");
   EXPECT_EQ(c->timeoutPeriod(), 30.0);
   EXPECT_EQ(c->unmountType(), AgentEnvConfig::stateRemoving);
   EXPECT_EQ(c->attributeValue(0x103), "configs");
 
-  EntityHandle readOnly(Ptr<Entity const>(c.ptr()));
+  EntityHandle readOnly{Ptr<AgentEnvConfig const>(c)};
   EXPECT_EQ(readOnly.attributeValue(0x10a), "30");
   try {
     readOnly.attributeValueIs(0x10a, "1");
