@@ -1,6 +1,7 @@
 #include "Zet/Dir.h"
 
 #include <atomic>
+#include <vector>
 
 #include "Zet/Format.h"
 #include "Zet/TypeMap.h"
@@ -41,8 +42,32 @@ void Dir::Entry::statusIs(Status status) {
   notify<NotifieeConst>([](NotifieeConst& n) { n.onStatus(); });
 }
 
+// Destroying a directory destroys the directories it alone held, and so on
+// down: done by recursion, a deep tree would overflow the stack. The
+// outermost destructor keeps a worklist that nested ones add their entities
+// to, and lets them go one after another.
+namespace {
+thread_local std::vector<Ptr<Entity>>* dyingEntities = nullptr;
+}
+
 Dir::~Dir() {
-  for (auto& member : entries_) release(*member.value());
+  // Unreachable before anyone hears of it: no child climbs back up here.
+  for (auto& member : entries_)
+    if (Entity* child = member.value()->entity().ptr(); child && child->parent() == this) child->parentIs(nullptr);
+  std::vector<Ptr<Entity>> worklist;
+  bool outermost = dyingEntities == nullptr;
+  if (outermost) dyingEntities = &worklist;
+  for (auto& member : entries_) {
+    dyingEntities->push_back(member.value()->entity());
+    release(*member.value());
+  }
+  if (!outermost) return;
+  while (!worklist.empty()) {
+    Ptr<Entity> last = std::move(worklist.back());
+    worklist.pop_back();
+    last = nullptr;  // may add the entities of a directory it held
+  }
+  dyingEntities = nullptr;
 }
 
 TypeDescriptor const& Dir::type() { return descriptor; }
@@ -56,16 +81,16 @@ Ptr<Entity> Dir::entityRef(Name const& name) const {
 }
 
 Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
-  Dir const& start = path.isAbsolute() ? root() : *this;
-  // The walk hands out what the tree holds, as entityRef(Name) does for a
-  // child; for a path without names that is the directory itself.
-  Ptr<Entity> at(const_cast<Dir*>(&start));
+  // The walk takes no reference on its way: only what it finds is handed
+  // out, as entityRef(Name) does for a child; for a path without names that
+  // is the directory it starts from.
+  Entity const* at = path.isAbsolute() ? &root() : this;
   for (size_t i = 0; i < path.names() && at; ++i) {
-    auto const* dir = dynamic_cast<Dir const*>(at.ptr());
+    auto const* dir = dynamic_cast<Dir const*>(at);
     auto const* e = dir ? dir->entries_.memberByText(path.nameText(i)) : nullptr;
-    at = e ? e->value()->entity() : nullptr;
+    at = e ? e->value()->entity().ptr() : nullptr;
   }
-  return at;
+  return Ptr<Entity>(const_cast<Entity*>(at));
 }
 
 Ptr<Dir> Dir::dirIs(Name const& name) {

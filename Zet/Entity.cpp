@@ -53,11 +53,24 @@ std::vector<String8> Entity::zetAuditErrors() const {
   return failed;
 }
 
+// Walks up once to size the text, then writes the names from the end, so a
+// tree of any depth is named without recursion in one allocation.
 String8 Entity::fullName() const {
   if (!parent_) return name_;
-  std::string path(parent_->fullName().view());
-  if (path != "/") path += '/';
-  path += name_.view();
+  size_t size = 0;
+  Entity const* top = this;
+  for (; top->parent_; top = top->parent_) size += top->name_.size() + 1;
+  bool rootIsSlash = top->name_.view() == "/";
+  if (!rootIsSlash) size += top->name_.size();
+  std::string path(size, '/');
+  size_t end = size;
+  for (Entity const* at = this; at != top || !rootIsSlash; at = at->parent_) {
+    std::string_view name = at->name_.view();
+    end -= name.size();
+    path.replace(end, name.size(), name);
+    if (at == top) break;
+    --end;  // the separator, already '/'
+  }
   return String8(path);
 }
 

@@ -131,6 +131,41 @@ TEST(Dir, EntitiesOutliveTheirDirectoryWithoutADanglingParent) {
   EXPECT_EQ(entryLog.events.back(), "status deleted");
 }
 
+// A watcher told that an entry of a dying directory went resolves an
+// absolute path from a sibling: the dying directory must be out of reach
+// (once, the climb wrapped it in a new reference and it was destroyed twice).
+TEST(Dir, ADyingDirectoryIsOutOfReachOfItsWatchers) {
+  struct Resolver : Dir::Entry::NotifieeConst {
+    Ptr<Dir> sibling;
+    std::vector<bool> found;
+    void onStatus() override { found.push_back(sibling->entityRef("/a") != nullptr); }
+  };
+  Ptr<Entity> root = dirFactory("r", nullptr);
+  auto* r = static_cast<Dir*>(root.ptr());
+  r->dirIs("a");
+  Resolver resolver;
+  resolver.sibling = r->dirIs("b");
+  resolver.notifierIs(r->entry("a"));
+  root = nullptr;
+  EXPECT_EQ(resolver.found, std::vector<bool>{false});
+  EXPECT_EQ(resolver.sibling->parent(), nullptr);
+  EXPECT_EQ(resolver.notifier()->status(), Dir::Entry::Status::deleted);
+}
+
+// Naming and destroying a tree take neither recursion nor time beyond its size.
+TEST(Dir, ATreeAMillionDeepIsNamedAndTornDown) {
+  constexpr int kDepth = 1000000;
+  Ptr<Dir> root = ptr_cast<Dir>(dirFactory("deep", nullptr));
+  Ptr<Dir> at = root;
+  for (int i = 0; i < kDepth; ++i) at = at->dirIs("d");
+  String8 name = at->fullName();
+  EXPECT_EQ(name.size(), 4 + 2u * kDepth);
+  EXPECT_EQ(name.view().substr(0, 8), "deep/d/d");
+  EXPECT_EQ(root->entityRef(EntityUriPath(String8(name.view().substr(5)))), at);
+  at = nullptr;
+  root = nullptr;  // every level goes without a stack frame of its own
+}
+
 TEST(Dir, LocalInstantiationCanBeSwitchedOff) {
   Ptr<Dir> dir = scratchDir("switch");
   Dir::localInstantiationIs(false);
