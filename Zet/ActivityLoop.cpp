@@ -212,7 +212,7 @@ void ActivityLoop::deferredCallIs(Callback fn) {
 
 size_t ActivityLoop::runDeferredCalls() {
   size_t ran = 0;
-  while (!deferred_.empty()) {
+  while (!deferred_.empty() && ran < kDrainBudget) {
     Callback fn = std::move(deferred_.front());
     deferred_.pop_front();
     callGuarded(fn);

@@ -79,8 +79,12 @@ class ActivityLoop {
   // Queues fn to run on the loop after the current callback, after the calls
   // queued before it. Calls queued while deferred calls run are run in the
   // same drain, one after the other, so a chain of calls each queueing the
-  // next settles without recursion. Throws RangeException for an empty fn.
+  // next settles without recursion; a drain runs at most kDrainBudget calls,
+  // so descriptors, timers, deadlines and stop() are attended to however
+  // much deferred work keeps coming.
+  // Throws RangeException for an empty fn.
   void deferredCallIs(Callback fn);
+  static constexpr size_t kDrainBudget = 4096;
   size_t deferredCallCount() const { return deferred_.size(); }
 
   // Runs turns until stop() is called.

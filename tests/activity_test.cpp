@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -254,6 +256,29 @@ TEST(ActivityLoop, DeferredCallsRunInOrderAndALongChainSettlesWithoutRecursion) 
   EXPECT_EQ(loop.runUntilIdle(), 100000u);
   EXPECT_EQ(remaining, 0);
   EXPECT_EQ(deepest, 1);
+}
+
+// Work that keeps queueing itself does not starve the rest of the loop.
+TEST(ActivityLoop, EndlessDeferredWorkLeavesRoomForTimersDeadlinesAndStop) {
+  Loop loop;
+  size_t rounds = 0;
+  bool timerFired = false;
+  std::function<void()> again = [&] {
+    ++rounds;
+    if (timerFired && rounds % 1000 == 0) loop.stop();
+    loop.deferredCallIs(again);
+  };
+  loop.deferredCallIs(again);
+  loop.timerIs(0.01, [&] { timerFired = true; });
+  loop.run();
+  EXPECT_TRUE(timerFired);
+  EXPECT_LE(rounds % 1000, Loop::kDrainBudget);
+
+  auto started = std::chrono::steady_clock::now();
+  EXPECT_FALSE(loop.runUntil([] { return false; }, 0.05));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+  loop.deferredCallIs([&] { again = [] {}; });  // lets the chain end
+  loop.runUntilIdle();
 }
 
 TEST(ActivityLoop, RunUntilReportsWhetherItsConditionWasMet) {
