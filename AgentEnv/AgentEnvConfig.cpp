@@ -13,6 +13,10 @@ Name const& AgentEnvConfig::notReady() {
 AgentEnvConfig::AgentEnvConfig(Name name, AgentEnvConfigDir* dir)
     : Entity(std::move(name), dir), dir_(dir), dependency_(notReady()) {}
 
+AgentEnvConfig::~AgentEnvConfig() {
+  if (aggConfig_ && aggConfig_->nestedConfig(name()) == this) aggConfig_->nestedConfigDel(name());
+}
+
 Ptr<AgentEnvConfig> agentEnvConfigFactory(Name const& name, AgentEnvConfigDir* dir) {
   return Ptr<AgentEnvConfig>(new AgentEnvConfig(name, dir));
 }

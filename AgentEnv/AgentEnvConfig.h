@@ -88,6 +88,10 @@ class AgentEnvConfig : public Entity {
   TypeDescriptor const& fwkType() const override;
   static TypeDescriptor const& type();
 
+ protected:
+  // Leaves its aggregate's nestedConfig: the aggregate keeps raw pointers.
+  ~AgentEnvConfig() override;
+
  private:
   friend class MemberCollection<AgentEnvConfig>;
   friend Ptr<AgentEnvConfig> agentEnvConfigFactory(Name const&, AgentEnvConfigDir*);

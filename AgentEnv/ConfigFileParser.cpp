@@ -56,6 +56,9 @@ void ConfigFileParser::configFileEnq(String8 const& name) {
 
 void ConfigFileParser::handleConfigFile() {
   if (!currentFile_.isEmpty()) return;
+  // A watcher of the config dir may drop the owner's last reference during
+  // the read; the parser and its reader live until the read is over.
+  Ptr<ConfigFileParser const> self(this);
   parsingErrorsCount_ = 0;
   attributeErrorsCount_ = 0;
   while (!configFile_.empty()) {

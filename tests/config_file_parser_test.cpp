@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "AgentEnv/ConfigFileSearch.h"
 #include "config_test_support.h"
@@ -93,6 +94,35 @@ TEST_F(ConfigFileParserTest, NestedEntriesJoinTheirAggregateAndRestoreItsPending
   EXPECT_EQ(outer->source0().text(), "back in outer");
   EXPECT_FALSE(parser->currentEntity());
   EXPECT_TRUE(parser->currentDependency().isEmpty() && parser->parentDependency().isEmpty());
+}
+
+// Watchers of the config dir that do what the parser does not expect: delete
+// an entry the moment it appears, or drop the last reference to the parser.
+class Meddler : public AgentEnvConfigDir::NotifieeConst {
+ public:
+  std::function<void(Name const&)> action;
+  void onAgentEnvConfig(Name const& name) override { action(name); }
+};
+
+TEST_F(ConfigFileParserTest, WatchersMayDeleteEntriesAndDropTheParserWhileItReads) {
+  Meddler meddler;
+  meddler.notifierIs(dir);
+  meddler.action = [&](Name const& name) {
+    if (name == "bad" && config("bad")) dir->agentEnvConfigDel(name);
+  };
+  read("meddled.conf", "agg {\n  bad { typeName = \"T\"; }\n  good { typeName = \"T\"; }\n}\n");
+  Ptr<AgentEnvConfig> agg = config("agg");
+  EXPECT_FALSE(config("bad"));
+  EXPECT_EQ(agg->nestedConfig("bad"), nullptr) << "a config that died is no member of its aggregate";
+  EXPECT_NE(agg->nestedConfig("good"), nullptr);
+  EXPECT_TRUE(agg->zetAuditErrors().empty());
+
+  meddler.action = [&](Name const&) { parser = nullptr; };
+  files.write("dropped.conf", "first { typeName = \"T\"; }\nsecond { typeName = \"T\"; }\n");
+  ConfigFileParser* raw = parser.ptr();
+  raw->configFileEnq("dropped.conf");
+  EXPECT_FALSE(parser);
+  EXPECT_TRUE(config("first") && config("second")) << "the read went on to the end";
 }
 
 TEST_F(ConfigFileParserTest, FilesAreFoundAlongTheSearchPath) {
