@@ -117,6 +117,7 @@ struct TypeMap::Impl {
   mutable std::mutex mutex;  // guards the two maps
   std::map<std::string, TypeDescriptor const*, std::less<>> types;
   std::map<std::string, String8, std::less<>> loadReports;
+  std::string clashesOfLoad;  // the first name clash met by the library being loaded
   // Serialises resolutions that load libraries. Recursive because a library's
   // initialisers may resolve further types while it loads; separate from
   // `mutex` because they also register types.
@@ -133,12 +134,15 @@ TypeMap::Impl& TypeMap::impl() const {
   return *impl;
 }
 
-void TypeMap::typeIs(TypeDescriptor const& type) {
+bool TypeMap::typeIs(TypeDescriptor const& type) {
   Impl& m = impl();
   std::lock_guard lock(m.mutex);
   auto [at, inserted] = m.types.emplace(std::string(type.name), &type);
-  if (!inserted && at->second != &type)
-    throw NameInUseException(format("type %.*s is already registered", int(type.name.size()), type.name.data()));
+  if (inserted || at->second == &type) return true;
+  std::string clash = "type " + std::string(type.name) + " is already registered";
+  ZET_TRACE_AT(kTraceFacility, 0) << clash;
+  if (m.clashesOfLoad.empty()) m.clashesOfLoad = clash;
+  return false;
 }
 
 TypeDescriptor const* TypeMap::type(std::string_view name) const {
@@ -166,19 +170,28 @@ TypeDescriptor const& TypeMap::typeResolved(std::string_view name) {
 
 void TypeMap::loadLibrary(std::string_view name, std::string const& library) {
   ZET_TRACE_AT(kTraceFacility, 2) << "loading " << library << " for type " << name;
-  bool loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL) != nullptr;
-  char const* report = loaded ? nullptr : dlerror();
+  Impl& m = impl();
   {
-    Impl& m = impl();
     std::lock_guard lock(m.mutex);
-    if (loaded)
+    m.clashesOfLoad.clear();
+  }
+  std::string failure;
+  if (!dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL)) {
+    char const* report = dlerror();
+    failure = report ? report : "unknown dlopen failure";
+  }
+  {
+    std::lock_guard lock(m.mutex);
+    if (failure.empty() && !m.clashesOfLoad.empty()) failure = library + ": " + m.clashesOfLoad;
+    m.clashesOfLoad.clear();
+    if (failure.empty())
       m.loadReports.erase(std::string(name));
     else
-      m.loadReports[std::string(name)] = String8(report ? report : "unknown dlopen failure");
+      m.loadReports[std::string(name)] = String8(failure);
   }
-  if (!loaded)
-    throw LibraryLoadException(format("library for type '%s' failed to load: %s", String8(name).charPtr(),
-                                      loadReport(name).charPtr()));
+  if (!failure.empty())
+    throw LibraryLoadException(
+        format("library for type '%s' failed to load: %s", String8(name).charPtr(), failure.c_str()));
 }
 
 String8 TypeMap::loadReport(std::string_view name) const {

@@ -15,7 +15,8 @@
 //
 // Each way resolution can fail has its own exception, all derived from
 // UnknownTypeException: NoMapFileEntryException (no map line names the
-// type), LibraryLoadException (dlopen failed; loadReport keeps its report),
+// type), LibraryLoadException (dlopen failed, or the library registered a
+// name already taken; loadReport keeps the report),
 // NoTypeNodeException (the library loaded but did not register the type).
 // Thread-safe; resolutions that load a library run one at a time.
 
@@ -34,9 +35,12 @@ class TypeMap {
 
   static TypeMap& instance();
 
-  // Registers a type. Registering the same descriptor again is a no-op;
-  // another descriptor under a taken name is NameInUseException.
-  void typeIs(TypeDescriptor const& type);
+  // Registers a type; returns false when another descriptor has the name.
+  // Registering the same descriptor again is a no-op. A clash never throws
+  // (registration runs inside dlopen and static initialisation): it is
+  // traced, the first descriptor keeps the name, and a library whose loading
+  // met a clash is reported as failing to load, with the clash as reason.
+  bool typeIs(TypeDescriptor const& type);
   // The registered type of that name, or null; loads nothing.
   TypeDescriptor const* type(std::string_view name) const;
   // The type of that name, loading its library through the map files when

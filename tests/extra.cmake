@@ -3,12 +3,15 @@
 add_library(zetTestWidget MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/TestWidget.cpp)
 target_link_libraries(zetTestWidget PRIVATE zet)
 add_library(zetTestEmptyPlugin MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/EmptyPlugin.cpp)
+add_library(zetTestClashingPlugin MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/ClashingPlugin.cpp)
+target_link_libraries(zetTestClashingPlugin PRIVATE zet)
 
 foreach(test type_map_test agent_env_sm_test)
-  add_dependencies(${test} zetTestWidget zetTestEmptyPlugin)
+  add_dependencies(${test} zetTestWidget zetTestEmptyPlugin zetTestClashingPlugin)
   target_compile_definitions(${test} PRIVATE
     ZET_TEST_WIDGET_PLUGIN="$<TARGET_FILE:zetTestWidget>"
-    ZET_TEST_EMPTY_PLUGIN="$<TARGET_FILE:zetTestEmptyPlugin>")
+    ZET_TEST_EMPTY_PLUGIN="$<TARGET_FILE:zetTestEmptyPlugin>"
+    ZET_TEST_CLASHING_PLUGIN="$<TARGET_FILE:zetTestClashingPlugin>")
 endforeach()
 
 # agentenv_check_test runs the agentenv command built beside it.

@@ -105,5 +105,22 @@ TEST(TypeMap, TellsWhyATypeCannotBeResolved) {
   messageOf<NoMapFileEntryException>("Test::Ghost");
 }
 
+// A plugin that registers a name already taken loads as a failure with the
+// clash as reason; the process and the taken name are left as they were.
+TEST(TypeMap, APluginRegisteringATakenNameFailsToLoadAndHarmsNothing) {
+  MapDir maps;
+  maps.fileIs("clash.map", "Test::Clash " ZET_TEST_CLASHING_PLUGIN "\n");
+  TypeDescriptor const* dirType = TypeMap::instance().type("Zet::Dir");
+
+  String8 failed = messageOf<LibraryLoadException>("Test::Clash");
+  String8 report = TypeMap::instance().loadReport("Test::Clash");
+  EXPECT_NE(report.view().find("type Zet::Dir is already registered"), std::string::npos) << report;
+  EXPECT_NE(report.view().find(ZET_TEST_CLASHING_PLUGIN), std::string::npos) << report;
+  EXPECT_NE(failed.view().find(report.view()), std::string::npos) << failed;
+  EXPECT_EQ(TypeMap::instance().type("Zet::Dir"), dirType);
+  EXPECT_EQ(dirFactory("still", nullptr)->fwkType().name, "Zet::Dir");
+  EXPECT_TRUE(TypeMap::instance().typeIs(*dirType)) << "the same descriptor again is no clash";
+}
+
 }  // namespace
 }  // namespace Zet
