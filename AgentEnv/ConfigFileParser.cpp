@@ -94,6 +94,18 @@ void ConfigFileParser::handleEntityScopeExit() {
   scopes_.pop_back();
 }
 
+// The number at the start of a value's text, 0 when there is none; read
+// the same way whatever locale the process set.
+static double leadingNumber(std::string_view text) {
+  double number = 0;
+  try {
+    sequenceToValue(text, number);
+  } catch (RangeException const&) {
+    number = 0;
+  }
+  return number;
+}
+
 bool ConfigFileParser::defineOnce(bool alreadySet, std::string_view attribute) {
   if (alreadySet) printError(String8(std::string(attribute) + " already defined"));
   return !alreadySet;
@@ -122,7 +134,7 @@ void ConfigFileParser::handleAttribute(AttributeType type, Name const& value) {
       if (defineOnce(!currentDependency_.isEmpty(), "dependency")) currentDependency_ = value;
       break;
     case AttributeType::timeoutPeriod:
-      entity->timeoutPeriodIs(std::strtod(value.charPtr(), nullptr));
+      entity->timeoutPeriodIs(leadingNumber(value.view()));
       break;
     case AttributeType::unmountType:
       if (value == "statePreserving") entity->unmountTypeIs(AgentEnvConfig::statePreserving);

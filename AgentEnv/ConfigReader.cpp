@@ -1,5 +1,7 @@
 #include "AgentEnv/ConfigReader.h"
 
+#include <charconv>
+
 #include <cstdio>
 #include <locale>
 #include <ostream>
@@ -78,11 +80,11 @@ void ConfigReader::concatenate(std::string_view left, ConfigText& right) {
 }
 
 std::string ConfigReader::numberText(double value) {
-  // "%g" is what an output stream does with a double by default: six
+  // What "%g" writes in the "C" locale, whatever locale the process set: six
   // significant digits, no trailing zeros, an exponent when needed.
   char text[32];
-  int size = std::snprintf(text, sizeof text, "%g", value);
-  return std::string(text, static_cast<size_t>(size));
+  auto written = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6);
+  return std::string(text, written.ptr);
 }
 
 }  // namespace Zet

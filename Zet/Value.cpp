@@ -1,5 +1,8 @@
 #include "Zet/Value.h"
 
+#include <locale.h>
+#include <stdlib.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -28,11 +31,18 @@ String8 ValueText<double>::text(double v) {
   return String8(buf, static_cast<size_t>(r.ptr - buf));
 }
 
+// strtod in the "C" locale: the same answer whatever locale the process set.
+static double strtodClassic(std::string const& text) {
+  static locale_t const classic = newlocale(LC_ALL_MASK, "C", nullptr);
+  return strtod_l(text.c_str(), nullptr, classic);
+}
+
 size_t ValueText<double>::parse(std::string_view t, double& v) {
   auto r = std::from_chars(t.data(), t.data() + t.size(), v);
   if (r.ec == std::errc::result_out_of_range) {
-    // from_chars leaves v alone on overflow; strtod's answer (inf or 0) is the useful one.
-    v = std::strtod(std::string(t.substr(0, static_cast<size_t>(r.ptr - t.data()))).c_str(), nullptr);
+    // from_chars leaves v alone out of range; strtod's answer (inf, or 0 for
+    // an underflow) is the useful one.
+    v = strtodClassic(std::string(t.substr(0, static_cast<size_t>(r.ptr - t.data()))));
   } else if (r.ec != std::errc()) {
     throwRangeException(format("no number deserializing %.*s", int(t.size()), t.data()));
   }

@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "AgentEnv/ConfigFileSearch.h"
+#include "comma_locale.h"
 #include "config_test_support.h"
 
 namespace Zet::testing {
@@ -123,6 +124,15 @@ TEST_F(ConfigFileParserTest, WatchersMayDeleteEntriesAndDropTheParserWhileItRead
   raw->configFileEnq("dropped.conf");
   EXPECT_FALSE(parser);
   EXPECT_TRUE(config("first") && config("second")) << "the read went on to the end";
+}
+
+TEST_F(ConfigFileParserTest, NumbersAreReadTheSameUnderADecimalCommaLocale) {
+  ZET_UNDER_COMMA_LOCALE(locale);
+  parser->substitutionsIs("HALF", "0.25");
+  read("numbers.conf", "a { timeoutPeriod = 0.5; }\nb { timeoutPeriod = ${HALF}; }\nc { timeoutPeriod = 1234567.0; }\n");
+  EXPECT_EQ(config("a")->timeoutPeriod(), 0.5);
+  EXPECT_EQ(config("b")->timeoutPeriod(), 0.25);
+  EXPECT_EQ(config("c")->timeoutPeriod(), 1234570.0) << "six significant digits, as before";
 }
 
 TEST_F(ConfigFileParserTest, FilesAreFoundAlongTheSearchPath) {

@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include <cstdlib>
 #include <thread>
 #include <vector>
 
 #include "Zet/Zet.h"
+
+#include "comma_locale.h"
 
 namespace Zet {
 namespace {
@@ -59,6 +63,18 @@ TEST(ValueText, NumbersAndFlagsRoundTripAndJunkIsReported) {
   EXPECT_THROW(strepToValue<uint8_t>("300"), RangeException);
   EXPECT_EQ(format("%s:%d", "f", 3), "f:3");
   EXPECT_EQ(format("%0300d", 1).size(), 300u) << "long results are not truncated";
+}
+
+TEST(ValueText, NumbersReadAndWriteTheSameUnderADecimalCommaLocale) {
+  ZET_UNDER_COMMA_LOCALE(locale);
+  EXPECT_EQ(strepToValue<double>("0.5"), 0.5);
+  EXPECT_EQ(stringValue(0.5), "0.5");
+  EXPECT_EQ(strepToValue<double>("1.5e400"), HUGE_VAL);
+  EXPECT_EQ(strepToValue<double>("-1.5e400"), -HUGE_VAL);
+  EXPECT_EQ(strepToValue<double>("1.5e-400"), 0.0);
+  EXPECT_THROW(strepToValue<double>("0,5"), RangeException);
+  double x = 1.0 / 3;
+  EXPECT_EQ(strepToValue<double>(stringValue(x)), x);
 }
 
 TEST(EntityUri, ReadsEveryFormItServesAndKeepsBadOnes) {
