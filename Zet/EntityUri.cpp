@@ -1,6 +1,7 @@
 #include "Zet/EntityUri.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <ostream>
 #include <string>
@@ -168,21 +169,48 @@ bool EntityUri::Parts::parse() {
   return parseAuthority(authority);
 }
 
+// A host name: letters, digits, '-', '_' and '.'.
+static bool isHostName(std::string_view host) {
+  return !host.empty() && std::all_of(host.begin(), host.end(), [](unsigned char c) {
+    return std::isalnum(c) || c == '-' || c == '_' || c == '.';
+  });
+}
+
+// The inside of an IPv6 literal's brackets: hex digits, ':' and '.' (for an
+// embedded IPv4 address), with at least one ':'.
+static bool isIpv6Literal(std::string_view host) {
+  return host.find(':') != std::string_view::npos && std::all_of(host.begin(), host.end(), [](unsigned char c) {
+           return std::isxdigit(c) || c == ':' || c == '.';
+         });
+}
+
+// "host:port" or "[ipv6]:port" for tcp, with a port of 1 to 65535 in decimal
+// digits; the percent-encoded socket path, without NUL, for unix.
 bool EntityUri::Parts::parseAuthority(std::string_view authority) {
   if (authority.empty()) return false;
   if (scheme == Scheme::domainSocket) {
     std::string socket;
-    if (!percentDecode(authority, socket) || socket.empty()) return false;
+    if (!percentDecode(authority, socket) || socket.empty() || socket.find('\0') != std::string::npos) return false;
     host = String8(socket);
     return true;
   }
   size_t colon = authority.rfind(':');
-  if (colon == std::string_view::npos || colon == 0) return false;
-  std::string_view portText = authority.substr(colon + 1);
+  if (colon == std::string_view::npos) return false;
+  std::string_view hostText = authority.substr(0, colon), portText = authority.substr(colon + 1);
+  if (hostText.starts_with('[')) {
+    if (!hostText.ends_with(']')) return false;
+    hostText = hostText.substr(1, hostText.size() - 2);
+    if (!isIpv6Literal(hostText)) return false;
+  } else if (!isHostName(hostText)) {
+    return false;
+  }
   unsigned number = 0;
   auto r = std::from_chars(portText.data(), portText.data() + portText.size(), number);
-  if (r.ec != std::errc() || r.ptr != portText.data() + portText.size() || number > 65535) return false;
-  host = String8(authority.substr(0, colon));
+  bool digitsOnly = !portText.empty() && std::all_of(portText.begin(), portText.end(), [](unsigned char c) {
+    return std::isdigit(c);
+  });
+  if (!digitsOnly || r.ec != std::errc() || number == 0 || number > 65535) return false;
+  host = String8(hostText);
   port = static_cast<uint16_t>(number);
   return true;
 }

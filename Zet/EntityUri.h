@@ -8,6 +8,7 @@
 //   "*"                                 this process's own tree (export)
 //   "path/to/entity", "/path"           a path without a scheme
 //   "tcp://host:port/path?query"        an entity of a process on a TCP port
+//   "tcp://[::1]:port/path"             the same with an IPv6 literal
 //   "unix://%2Fsocket%2Fpath/path?query" one behind a domain socket; the
 //                                       socket path is percent-encoded
 // The query ("a=1&b") carries mount flags. A URI is made from any text and
@@ -95,7 +96,9 @@ class EntityUri {
   // True when the scheme is one this framework serves (or there is none).
   bool checkScheme() const { return parts().schemeKnown; }
   Scheme scheme() const { return parts().scheme; }
-  // tcp: host and port; unix: the decoded socket path.
+  // tcp: host (a name, or an IPv6 literal given in brackets, returned
+  // without them) and port (1 to 65535); unix: the decoded socket path,
+  // which holds no NUL.
   String8 const& host() const { return parts().host; }
   uint16_t port() const { return parts().port; }
   String8 const& socketPath() const { return parts().host; }

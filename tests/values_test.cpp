@@ -99,7 +99,18 @@ TEST(EntityUri, ReadsEveryFormItServesAndKeepsBadOnes) {
   EXPECT_EQ(EntityUri(String8("*")), EntityUri::exportUri());
   EXPECT_TRUE(EntityUri(String8("relative/path")).isValid());
 
-  for (char const* bad : {"tcp://host/x", "tcp://host:99999/x", "tcp://:1/x", "unix://%2/x", "unix:///x"}) {
+  EntityUri v6(String8("tcp://[::1]:4000/a"));
+  EXPECT_TRUE(v6.isValid());
+  EXPECT_EQ(v6.host(), "::1") << "without brackets, as a resolver takes it";
+  EXPECT_EQ(v6.port(), 4000);
+
+  // Addresses from files and peers that must not pass for good ones: bare
+  // IPv6, colons in a host name, ports out of range or not decimal, a NUL
+  // hidden in a socket path (binding would use the part before it).
+  for (char const* bad : {"tcp://host/x", "tcp://host:99999/x", "tcp://:1/x", "unix://%2/x", "unix:///x",
+                          "tcp://::1/a", "tcp://a:b:80/x", "tcp://[::1/a", "tcp://[]:80/a", "tcp://[::1]/a",
+                          "tcp://host:0/x", "tcp://host:+80/x", "tcp://host: 80/x", "tcp://ho st:80/x",
+                          "tcp://[::g]:80/x", "unix://a%00b/x", "unix://%zz/x"}) {
     EntityUri u{String8(bad)};
     EXPECT_FALSE(u.isValid()) << bad;
     EXPECT_TRUE(u.checkScheme()) << bad;
