@@ -15,6 +15,10 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZetAgentEnvConfigVersion.
 install(FILES ${PROJECT_BINARY_DIR}/ZetAgentEnvConfig.cmake ${PROJECT_BINARY_DIR}/ZetAgentEnvConfigVersion.cmake
   DESTINATION ${ZET_CMAKE_DIR})
 
+# pkg-config files find the prefix from their own place (${pcfiledir}), so an
+# install under any prefix, or moved later, still points at itself.
+file(RELATIVE_PATH ZET_PC_RELATIVE_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+string(REGEX REPLACE "/$" "" ZET_PC_RELATIVE_PREFIX "${ZET_PC_RELATIVE_PREFIX}")
 foreach(pc zet zetAgentEnv)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

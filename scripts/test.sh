@@ -21,5 +21,12 @@ cmake --install build/release --prefix "$prefix" >/dev/null
 cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build build/consumer
 build/consumer/consumer
+# The same program built with what the installed pkg-config files say (the
+# prefix differs from the configured one, so they must find it themselves).
+export PKG_CONFIG_PATH
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name zetAgentEnv.pc)")
+c++ tests/consumer/main.cpp $(pkg-config --cflags --libs zetAgentEnv) \
+  -Wl,-rpath,"$(pkg-config --variable=libdir zet)" -o build/consumer/consumer-pkg-config
+build/consumer/consumer-pkg-config
 (cd examples && "$prefix/bin/agentenv" check -D STORE_TIMEOUT=30 agent.conf)
 echo "== all tests passed"
