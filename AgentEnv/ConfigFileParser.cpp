@@ -69,7 +69,7 @@ void ConfigFileParser::handleConfigFile() {
 
 void ConfigFileParser::readConfigFile(String8 const& name) {
   ConfigFileHandle file = openConfigFile(name);
-  if (!file) throw AgentException(format("error: file '%.*s' not found", int(name.size()), name.charPtr()));
+  if (!file) throw AgentException(missingConfigFileReason(name));
   FileRead read(*this, name, file.get());
   reader_->parse();
 }

@@ -36,10 +36,13 @@ String8 configSearchPath() {
   return path.isEmpty() ? String8(kDefaultSearchPath) : path;
 }
 
-ConfigFileHandle openConfigFile(String8 const& name) {
+// Calls visit(path) for the name as given, then for it in each directory of
+// the search path, until visit returns true.
+template <class Visit>
+static void forEachCandidate(String8 const& name, Visit&& visit) {
   std::string given(name.view());
-  if (given.find('\0') != std::string::npos) return nullptr;  // no file has such a name
-  if (ConfigFileHandle file = openRegularFile(given)) return file;
+  if (given.find('\0') != std::string::npos) return;  // no file has such a name
+  if (visit(given)) return;
   String8 const searchPath = configSearchPath();
   std::string_view dirs = searchPath.view();
   for (size_t start = 0; start <= dirs.size();) {
@@ -48,10 +51,27 @@ ConfigFileHandle openConfigFile(String8 const& name) {
     std::string candidate(dirs.substr(start, end - start));
     candidate += '/';
     candidate += given;
-    if (ConfigFileHandle file = openRegularFile(candidate)) return file;
+    if (visit(candidate)) return;
     start = end + 1;
   }
-  return nullptr;
+}
+
+ConfigFileHandle openConfigFile(String8 const& name) {
+  ConfigFileHandle found;
+  forEachCandidate(name, [&](std::string const& path) { return bool(found = openRegularFile(path)); });
+  return found;
+}
+
+String8 missingConfigFileReason(String8 const& name) {
+  std::string reason = "error: file '" + std::string(name.view()) + "' not found";
+  forEachCandidate(name, [&](std::string const& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return false;
+    reason = "error: '" + path + (S_ISDIR(st.st_mode) ? "' is a directory" : "' is not a regular file") +
+             ", not a configuration file";
+    return true;
+  });
+  return String8(reason);
 }
 
 }  // namespace Zet

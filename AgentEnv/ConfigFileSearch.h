@@ -25,5 +25,9 @@ using ConfigFileHandle = std::unique_ptr<FILE, ConfigFileCloser>;
 String8 configSearchPath();
 // The first candidate that opens, for reading; null when none does.
 ConfigFileHandle openConfigFile(String8 const& name);
+// Why openConfigFile found nothing, as a diagnostic: "error: file 'NAME' not
+// found", or what the first candidate that exists is instead of a regular
+// file ("error: 'PATH' is a directory, not a configuration file").
+String8 missingConfigFileReason(String8 const& name);
 
 }  // namespace Zet

@@ -67,6 +67,10 @@ TEST_F(AgentenvCheck, TheExitStatusTellsWhatKindOfTroubleThereWas) {
             "agentenv check: error: file 'gone.conf' not found\n"
             "b.conf: a: source0 already defined\n")
       << "files after a missing one, named or included, are still checked";
+
+  Result directory = agentenv({"check", "/tmp"});
+  EXPECT_EQ(directory.status, 2);
+  EXPECT_EQ(directory.err, "agentenv check: error: '/tmp' is a directory, not a configuration file\n");
 }
 
 // The attribute lines of one entry in the dump, indented by `indent`.
