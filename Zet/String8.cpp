@@ -1,5 +1,9 @@
 #include "Zet/String8.h"
 
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -19,17 +23,32 @@ uint64_t mix(uint64_t a, uint64_t b) {
   return static_cast<uint64_t>(r) ^ static_cast<uint64_t>(r >> 64);
 }
 
-constexpr uint64_t kSeed = 0x9e3779b97f4a7c15ull;
 constexpr uint64_t kMul = 0xbf58476d1ce4e5b9ull;
+
+// Drawn from the kernel once per process, so that names chosen by a peer
+// cannot be made to pile into one bucket of every process's maps.
+uint64_t drawSeed() noexcept {
+  uint64_t seed = 0;
+  if (getrandom(&seed, sizeof seed, 0) != sizeof seed)
+    seed = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^ uint64_t(getpid());
+  return seed | 1;
+}
 
 }  // namespace
 
+uint64_t String8::hashSeed() noexcept {
+  static uint64_t const seed = drawSeed();
+  return seed;
+}
+
+uint64_t String8::hashOf(std::string_view text) noexcept { return hashOf(text, hashSeed()); }
+
 // Eight bytes at a time folded through a 64x64->128 multiply; the tail is
 // read as a zero-padded word. Good spread for short keys, a few ns per name.
-uint64_t String8::hashOf(std::string_view text) noexcept {
+uint64_t String8::hashOf(std::string_view text, uint64_t seed) noexcept {
   char const* p = text.data();
   size_t n = text.size();
-  uint64_t h = kSeed ^ (n * kMul);
+  uint64_t h = seed ^ (n * kMul);
   while (n >= 8) {
     h = mix(h ^ load64(p), kMul);
     p += 8;
@@ -40,7 +59,7 @@ uint64_t String8::hashOf(std::string_view text) noexcept {
     std::memcpy(&tail, p, n);
     h = mix(h ^ tail, kMul);
   }
-  return mix(h, kSeed);
+  return mix(h, seed);
 }
 
 uint64_t String8::emptyHash() noexcept {

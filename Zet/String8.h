@@ -51,8 +51,12 @@ class String8 {
   friend String8 operator+(String8 const& a, std::string_view b);
 
   // The hash function every String8 uses, exposed for callers that hash text
-  // they have not made into a String8 yet.
+  // they have not made into a String8 yet. It is keyed by a seed drawn at
+  // random once per process: the same text hashes differently in another
+  // process, so hashes must not be stored or sent.
   static uint64_t hashOf(std::string_view text) noexcept;
+  static uint64_t hashOf(std::string_view text, uint64_t seed) noexcept;
+  static uint64_t hashSeed() noexcept;
 
  private:
   struct Rep {

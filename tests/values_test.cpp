@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <iostream>
+
+#include <cstdio>
+#include <filesystem>
+
 #include <cmath>
 
 #include <cstdlib>
@@ -38,6 +43,28 @@ TEST(String8, SharesTextComparesByContentAndHashesOnce) {
     });
   for (auto& t : threads) t.join();
   EXPECT_EQ(shared, "shared");
+}
+
+// Prints this process's hash of a fixed name, for the test below.
+TEST(String8, HashOfAFixedNameInThisProcess) { std::cout << "hash " << String8("bucket-key").hash() << "\n"; }
+
+// The hash is keyed by a seed of each process: names a peer chooses to
+// collide in one process do not collide in another.
+TEST(String8, HashesDependOnASeedDrawnByEachProcess) {
+  EXPECT_EQ(String8("k").hash(), String8::hashOf("k", String8::hashSeed()));
+  EXPECT_NE(String8::hashOf("k", 1), String8::hashOf("k", 3));
+  std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  auto hashInAnotherProcess = [&] {
+    FILE* out = popen(("'" + self + "' --gtest_filter=String8.HashOfAFixedNameInThisProcess").c_str(), "r");
+    std::string text;
+    for (char buf[256]; out && fgets(buf, sizeof buf, out);)
+      if (std::string_view(buf).starts_with("hash ")) text = buf;
+    if (out) pclose(out);
+    return text;
+  };
+  std::string first = hashInAnotherProcess(), second = hashInAnotherProcess();
+  ASSERT_FALSE(first.empty());
+  EXPECT_NE(first, second);
 }
 
 TEST(ValueText, NumbersAndFlagsRoundTripAndJunkIsReported) {
