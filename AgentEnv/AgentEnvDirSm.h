@@ -56,8 +56,10 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
 
   // Counts the changes that remove or redirect an edge of the dependency
   // graph; the state machines' cycle checks remember chains under it.
-  uint64_t dependencyGeneration() const { return dependencyGeneration_; }
-  void dependencyGraphChanged() { ++dependencyGeneration_; }
+  uint32_t dependencyGeneration() const { return dependencyGeneration_; }
+  // Skips 0, which stands for no memo (a wrap after 4 billion changes only
+  // makes an old memo look fresh when its last config still ends a chain).
+  void dependencyGraphChanged() { dependencyGeneration_ = dependencyGeneration_ + 1 ? dependencyGeneration_ + 1 : 1; }
 
   // Remembers that `dependent` found no entry named `dependency`; when such
   // an entry appears, the dependent's dependency handler runs again (from
@@ -81,7 +83,7 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   Ptr<AgentEnvConfigDir const> configDir_;
   Ptr<AgentEnvStatusDir> statusDir_;
   HashMap<Ptr<AgentEnvSm>> sms_;
-  uint64_t dependencyGeneration_ = 1;
+  uint32_t dependencyGeneration_ = 1;
   HashMap<std::vector<Name>> missingDependents_;  // by the name they miss
 };
 

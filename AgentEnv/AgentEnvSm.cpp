@@ -32,6 +32,29 @@ std::string joined(std::string_view head, std::string_view tail) {
 
 }  // namespace
 
+AgentEnvSm::Mounting& AgentEnvSm::mounting() {
+  if (!mounting_) mounting_ = std::make_unique<Mounting>();
+  return *mounting_;
+}
+
+Ptr<MountConfig> const& AgentEnvSm::mountConfig() const {
+  static Ptr<MountConfig> const none;
+  return mounting_ ? mounting_->config : none;
+}
+
+Ptr<MountConfig> const& AgentEnvSm::prefixMountConfig() const {
+  static Ptr<MountConfig> const none;
+  return mounting_ ? mounting_->prefixConfig : none;
+}
+
+AgentEnvSm::MountStatusReactor* AgentEnvSm::mountStatusReactor() const {
+  return mounting_ ? mounting_->statusReactor.get() : nullptr;
+}
+
+AgentEnvSm::MountStatusReactor* AgentEnvSm::prefixMountStatusReactor() const {
+  return mounting_ ? mounting_->prefixStatusReactor.get() : nullptr;
+}
+
 struct AgentEnvSm::StatusSets {
   std::array<StatusSet, 6> sets;
 };
@@ -60,8 +83,7 @@ void AgentEnvSm::doShutdown() {
   aggAgentSmReactor_.reset();
   dependencyReactor_.reset();
   dirEntryReactor_.reset();
-  mountStatusReactor_.reset();
-  prefixMountStatusReactor_.reset();
+  mounting_.reset();
   statusReactor_.notifierIs(nullptr);
   configReactor_.notifierIs(nullptr);
 }
@@ -119,7 +141,7 @@ void AgentEnvSm::statusIs(Ptr<AgentEnvStatus> status) {
 
 void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
   activityConfigIs(activity);
-  for (Reactor* r : std::initializer_list<Reactor*>{mountStatusReactor_.get(), prefixMountStatusReactor_.get(),
+  for (Reactor* r : std::initializer_list<Reactor*>{mountStatusReactor(), prefixMountStatusReactor(),
                                                    dirEntryReactor_.get(), dependencyReactor_.get(),
                                                    aggAgentSmReactor_.get()})
     if (r) r->activityConfigIs(activity);
@@ -163,19 +185,20 @@ Ptr<Dir::Entry const> AgentEnvSm::dirEntry() const { return dirEntryReactor_ ? d
 void AgentEnvSm::dirEntryIs(Ptr<Dir::Entry const> entry) { watch(dirEntryReactor_, entry, *this); }
 
 Ptr<MountStatus const> AgentEnvSm::mountStatus() const {
-  return mountStatusReactor_ ? mountStatusReactor_->notifier() : nullptr;
+  return mounting_ && mounting_->statusReactor ? mounting_->statusReactor->notifier() : nullptr;
 }
 
 void AgentEnvSm::mountStatusIs(Ptr<MountStatus const> status) {
-  watch(mountStatusReactor_, status, *this, &AgentEnvSm::handleMountRound);
+  if (status || mounting_) watch(mounting().statusReactor, status, *this, &AgentEnvSm::handleMountRound);
 }
 
 Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
-  return prefixMountStatusReactor_ ? prefixMountStatusReactor_->notifier() : nullptr;
+  return mounting_ && mounting_->prefixStatusReactor ? mounting_->prefixStatusReactor->notifier() : nullptr;
 }
 
 void AgentEnvSm::prefixMountStatusIs(Ptr<MountStatus const> status) {
-  watch(prefixMountStatusReactor_, status, *this, &AgentEnvSm::handlePrefixMountRound);
+  if (status || mounting_)
+    watch(mounting().prefixStatusReactor, status, *this, &AgentEnvSm::handlePrefixMountRound);
 }
 
 void AgentEnvSm::versionNumIs(uint32_t n) { attributeIs(versionNum_, n, &NotifieeConst::onVersionNum); }
@@ -195,8 +218,8 @@ void AgentEnvSm::handleParentVersionNumber() {
 
 void AgentEnvSm::handleConfigNextRound() {
   uint64_t round = config_ ? config_->nextRound() : 0;
-  if (mountConfig_) mountConfig_->nextRoundIs(round);
-  if (prefixMountConfig_) prefixMountConfig_->nextRoundIs(round);
+  if (mountConfig()) mountConfig()->nextRoundIs(round);
+  if (prefixMountConfig()) prefixMountConfig()->nextRoundIs(round);
 }
 
 void AgentEnvSm::handleMountRound() {
@@ -300,7 +323,7 @@ void AgentEnvSm::hasNotificationActiveIs(bool active) {
   if (active == notificationActive_) return;
   notificationActive_ = active;
   for (NotifieeBase* n : std::initializer_list<NotifieeBase*>{
-           &configReactor_, &statusReactor_, mountStatusReactor_.get(), prefixMountStatusReactor_.get(),
+           &configReactor_, &statusReactor_, mountStatusReactor(), prefixMountStatusReactor(),
            dirEntryReactor_.get(), dependencyReactor_.get(), aggAgentSmReactor_.get()})
     if (n) n->hasNotificationActiveIs(active);
 }
@@ -337,8 +360,8 @@ void AgentEnvSm::onNotification(int code) {
 void AgentEnvSm::onZombie(bool zombie) {
   registrationCheck();
   statusReactor_.zombie = zombie;
-  for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor_.get(),
-                                                   mountStatusReactor_.get(), dirEntryReactor_.get(),
+  for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor(), mountStatusReactor(),
+                                                   dirEntryReactor_.get(),
                                                    dependencyReactor_.get(), aggAgentSmReactor_.get()})
     if (r) r->zetDoZombieReactors(zombie);
 }

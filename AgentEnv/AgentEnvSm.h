@@ -85,8 +85,8 @@ class AgentEnvSm : public Entity, public Reactor {
   void prefixMountStatusIs(Ptr<MountStatus const> status);
 
   // The framework mount configurations realising a mount; null when none.
-  Ptr<MountConfig> const& mountConfig() const { return mountConfig_; }
-  Ptr<MountConfig> const& prefixMountConfig() const { return prefixMountConfig_; }
+  Ptr<MountConfig> const& mountConfig() const;
+  Ptr<MountConfig> const& prefixMountConfig() const;
 
   // The generation of this state machine's work; never goes down through
   // the aggregate rule. Both notify onVersionNum on a change.
@@ -249,6 +249,13 @@ class AgentEnvSm : public Entity, public Reactor {
   class DirEntryReactor;
   class MountStatusReactor;
   struct StatusSets;
+  // The framework's side of a mount: the mount configurations and the
+  // reactors on their statuses. Most entries never mount, so these live
+  // apart, made on first use.
+  struct Mounting;
+  Mounting& mounting();
+  MountStatusReactor* mountStatusReactor() const;
+  MountStatusReactor* prefixMountStatusReactor() const;
 
   void runConfigHandlers();
   void registrationCheck();
@@ -289,28 +296,25 @@ class AgentEnvSm : public Entity, public Reactor {
   AgentEnvDirSm* dirSm_;
   ConfigReactor configReactor_{*this};
   ZetStatus statusReactor_{*this};
-  std::unique_ptr<MountStatusReactor> prefixMountStatusReactor_;
-  std::unique_ptr<MountStatusReactor> mountStatusReactor_;
   std::unique_ptr<DirEntryReactor> dirEntryReactor_;
   std::unique_ptr<ZetDependency> dependencyReactor_;
   std::unique_ptr<ZetAggAgentSm> aggAgentSmReactor_;
-  Ptr<MountConfig> mountConfig_;
-  Ptr<MountConfig> prefixMountConfig_;
+  std::unique_ptr<Mounting> mounting_;  // made when a mount needs it
   std::unique_ptr<StatusSets> statusSets_;  // made on first use: only aggregates need them
   Name sourceName_;
   Name targetName_;
   Ptr<Dir> targetDir_;
   EntityUri sourcePre0_;
   EntityUri sourcePre1_;
+  // The dependency-chain memo of doCircularDependencyCheck: the chain from
+  // this entry ended at the config chainTerminal_ under this generation of
+  // the owner's dependency graph (0: nothing known).
+  Name chainTerminal_;
+  uint32_t chainGeneration_ = 0;
   uint32_t versionNum_ = 0;
   Mode mode_ = init;
   Consistency consistency_ = consistent;
   bool notificationActive_ = true;
-  // The dependency-chain memo of doCircularDependencyCheck: the chain from
-  // this entry ended at the config chainTerminal_ under this generation of
-  // the owner's dependency graph (0: nothing known).
-  uint64_t chainGeneration_ = 0;
-  Name chainTerminal_;
 };
 
 template <>

@@ -36,8 +36,8 @@ void AgentEnvSm::statusIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Statu
 // mainLabel) and then on the prefix mount's, each only when it exists.
 template <class Apply>
 void AgentEnvSm::forMountConfigs(char const* mainLabel, Apply&& apply) {
-  if (mountConfig_) apply(*mountConfig_, mainLabel);
-  if (prefixMountConfig_) apply(*prefixMountConfig_, "prefixMountConfig");
+  if (mountConfig()) apply(*mountConfig(), mainLabel);
+  if (prefixMountConfig()) apply(*prefixMountConfig(), "prefixMountConfig");
 }
 
 template <class TraceLine>
@@ -59,12 +59,12 @@ void AgentEnvSm::handleConfigSource0() {
     return;
   }
   doActionIfReady();
-  if (!prefixMountConfig_) return;
+  if (!prefixMountConfig()) return;
   EntityUri name = sourceNameUri();
   SM_TRACE(2) << ": Calling sourcePre0Is(" << inQuotes(sourcePre0_) << ") on prefixMountConfig";
-  prefixMountConfig_->sourcePre0Is(sourcePre0_);
+  prefixMountConfig()->sourcePre0Is(sourcePre0_);
   SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(name) << ") on prefixMountConfig";
-  prefixMountConfig_->sourceNameIs(name);
+  prefixMountConfig()->sourceNameIs(name);
   doActionIfReady();
 }
 
@@ -85,9 +85,9 @@ void AgentEnvSm::handleConfigSource1() {
     return;
   }
   sourcePre1_ = source1;
-  if (!prefixMountConfig_) return;
+  if (!prefixMountConfig()) return;
   SM_TRACE(2) << ": Calling sourcePre1Is(" << inQuotes(sourcePre1_) << ") on prefixMountConfig";
-  prefixMountConfig_->sourcePre1Is(sourcePre1_);
+  prefixMountConfig()->sourcePre1Is(sourcePre1_);
 }
 
 void AgentEnvSm::handleConfigTarget() {
@@ -95,27 +95,27 @@ void AgentEnvSm::handleConfigTarget() {
   handleConsistencyCheck();
   if (consistency_ == inconsistent) return;
   versionNumInc(1);
-  if (mountConfig_) {
+  if (mountConfig()) {
     EntityUriPath target = configTarget();
     SM_TRACE(2) << ": Calling targetNameIs(" << inQuotes(target) << ") on MountConfig";
-    mountConfig_->targetNameIs(target);
+    mountConfig()->targetNameIs(target);
   }
-  if (prefixMountConfig_) {
+  if (prefixMountConfig()) {
     EntityUriPath const& target = rootConfig()->target();
     SM_TRACE(2) << ": Calling targetNameIs(" << inQuotes(target) << ") on prefixMountConfig";
-    prefixMountConfig_->targetNameIs(target);
+    prefixMountConfig()->targetNameIs(target);
   }
 }
 
 void AgentEnvSm::handleConfigPathSuffix() {
   SM_TRACE(2) << ": Got pathSuffix " << inQuotes(config_->pathSuffix());
-  if (!mountConfig_) return;
+  if (!mountConfig()) return;
   EntityUri source = mcSourceName();
   SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(source) << ") on mountConfig";
-  mountConfig_->sourceNameIs(source);
+  mountConfig()->sourceNameIs(source);
   EntityUriPath target = configTarget();
   SM_TRACE(2) << ": Calling targetNameIs(" << inQuotes(target) << ") on mountConfig";
-  mountConfig_->targetNameIs(target);
+  mountConfig()->targetNameIs(target);
 }
 
 void AgentEnvSm::handleConfigTypeName() {
@@ -159,9 +159,9 @@ void AgentEnvSm::handleConfigAggConfig() {
     if (previous) const_cast<AgentEnvSm*>(previous.ptr())->doComputeGroupStatus();
   }
   if (root) versionNumIs(std::max(versionNum_, root->versionNum()));
-  if (mountConfig_) {
+  if (mountConfig()) {
     SM_TRACE(2) << ": Calling aggConfigIs(" << stringValue(aggregate != nullptr) << ") on MountConfig";
-    mountConfig_->aggMountIs(aggregate != nullptr);
+    mountConfig()->aggMountIs(aggregate != nullptr);
   }
   handleIndividualStatus();
   if (root) root->doComputeGroupStatus();

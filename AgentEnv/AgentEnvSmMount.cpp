@@ -2,6 +2,7 @@
 // mounted at its target by the framework's mount facility.
 
 #include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvSmReactors.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
 #include "Zet/MountFacility.h"
 
@@ -15,16 +16,16 @@ bool AgentEnvSm::doMountingAttempt() {
 }
 
 void AgentEnvSm::maybeDeleteMountConfig() {
-  if (mountConfig_) {
+  if (mountConfig()) {
     SM_TRACE(2) << ": Deleting mountConfig";
     MountFacility::mountConfigDir()->mountConfigDel(name());
-    mountConfig_ = nullptr;
+    mounting_->config = nullptr;
     mountStatusIs(nullptr);
   }
-  if (prefixMountConfig_) {
+  if (prefixMountConfig()) {
     SM_TRACE(2) << ": Deleting prefixMountConfig";
-    MountFacility::mountConfigDir()->mountConfigDel(prefixMountConfig_->name());
-    prefixMountConfig_ = nullptr;
+    MountFacility::mountConfigDir()->mountConfigDel(prefixMountConfig()->name());
+    mounting_->prefixConfig = nullptr;
     prefixMountStatusIs(nullptr);
   }
 }

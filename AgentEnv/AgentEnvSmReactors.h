@@ -3,6 +3,7 @@
 // reactions are deferred to the state machine's activity (Reactor),
 // coalesced until they run.
 
+#include <memory>
 #include <utility>
 
 #include "AgentEnv/AgentEnvSm.h"
@@ -56,6 +57,13 @@ class AgentEnvSm::MountStatusReactor : public AgentEnvSmReactor<MountStatus::Not
   MountStatusReactor(AgentEnvSm& sm, void (AgentEnvSm::*onRoundReaction)())
       : AgentEnvSmReactor(sm, onRoundReaction) {}
   void onRound() override { changed(); }
+};
+
+struct AgentEnvSm::Mounting {
+  Ptr<MountConfig> config;
+  Ptr<MountConfig> prefixConfig;
+  std::unique_ptr<MountStatusReactor> statusReactor;
+  std::unique_ptr<MountStatusReactor> prefixStatusReactor;
 };
 
 }  // namespace Zet

@@ -84,6 +84,13 @@ class Notifier {
   // A round in progress: the next notifiee to call and the last one that
   // was registered when the round began. Rounds nest (a handler may cause
   // another round); removals move the cursors of every round in progress.
+  //
+  // Each round takes itself off the notifier's list in its destructor, which
+  // the compiler's dangling-pointer analysis cannot see through.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
   struct Round {
     explicit Round(Notifier const& n) : notifier(n), next(n.head_), last(n.tail_), outer(n.rounds_) {
       n.rounds_ = this;
@@ -99,6 +106,9 @@ class Notifier {
     NotifieeBase* last;
     Round* outer;
   };
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
   static void deliverException(NotifieeBase* n, std::exception const& e) noexcept;
   static void deliverUnknownException(NotifieeBase* n) noexcept;
 

@@ -15,7 +15,8 @@ void Reactor::activate() {
 }
 
 void Reactor::notificationDefer(int code) {
-  pending_ = code;
+  pendingCode_ = code;
+  hasPending_ = true;
   deliveryRequest();
 }
 
@@ -30,12 +31,12 @@ void Reactor::zetDoZombieReactors(bool zombie) {
 }
 
 void Reactor::deliveryRequest() {
-  if (!active_ || !pending_ || queued_) return;
+  if (!active_ || !hasPending_ || queued_) return;
   if (!activity_) {
     handleNotification(nullptr);
     return;
   }
-  if (!token_) token_ = std::make_shared<Token>(Token{this});
+  if (!token_) token_ = new Token(this);
   activity_->loop()->deferredCallIs([token = token_] {
     if (token->reactor) token->reactor->deliverQueued();
   });
@@ -45,7 +46,7 @@ void Reactor::deliveryRequest() {
 void Reactor::deliverQueued() {
   queued_ = false;
   // Deactivated meanwhile, or the code was taken by a direct call.
-  if (active_ && pending_) handleNotification(activity_.ptr());
+  if (active_ && hasPending_) handleNotification(activity_.ptr());
 }
 
 }  // namespace Zet

@@ -16,7 +16,6 @@
 // safe: the call finds it gone and does nothing. Not thread-safe: a reactor is
 // used on its loop's thread.
 
-#include <memory>
 #include <optional>
 #include <utility>
 
@@ -46,7 +45,9 @@ class Reactor {
   void deactivate() { active_ = false; }
 
   // The code waiting for delivery, if any.
-  std::optional<int> pendingNotification() const { return pending_; }
+  std::optional<int> pendingNotification() const {
+    return hasPending_ ? std::optional<int>(pendingCode_) : std::nullopt;
+  }
   // Makes code the pending notification and, while active, sees that one
   // delivery is on its way: queued on the activity's loop unless one already
   // is, or made at once when there is no activity (its exceptions then reach
@@ -66,7 +67,11 @@ class Reactor {
 
  protected:
   // Takes the pending code, leaving none.
-  std::optional<int> notificationTake() { return std::exchange(pending_, std::nullopt); }
+  std::optional<int> notificationTake() {
+    std::optional<int> code = pendingNotification();
+    hasPending_ = false;
+    return code;
+  }
   // Dispatches one delivered code.
   virtual void onNotification(int code) = 0;
   // Runs after isZombie() changed.
@@ -74,18 +79,20 @@ class Reactor {
 
  private:
   // Shared with the queued call, which reaches the reactor only through it.
-  struct Token {
+  struct Token : PtrInterface {
+    explicit Token(Reactor* r) : reactor(r) {}
     Reactor* reactor;
   };
   void deliveryRequest();
   void deliverQueued();
 
   Ptr<ActivityConfig> activity_;  // where deliveries run; null: at once
-  std::shared_ptr<Token> token_;  // made on the first queued call; emptied by the destructor
-  std::optional<int> pending_;    // the code awaiting delivery
-  bool queued_ = false;           // a delivery call is queued on a loop
-  bool active_ = false;           // deliveries are made
-  bool zombie_ = false;           // marked by zetDoZombieReactors
+  Ptr<Token> token_;              // made on the first queued call; emptied by the destructor
+  int pendingCode_ = 0;           // the code awaiting delivery, when hasPending_
+  bool hasPending_ = false;
+  bool queued_ = false;  // a delivery call is queued on a loop
+  bool active_ = false;  // deliveries are made
+  bool zombie_ = false;  // marked by zetDoZombieReactors
 };
 
 }  // namespace Zet

@@ -416,11 +416,11 @@ TEST_F(AgentEnvSmTest, ALongChainSettlesIterativelyFromTheLoop) {
   constexpr int kChain = 20000;
   entry("e0", {.target = path("e0"), .typeName = "Zet::Dir", .dependency = "_NOT READY_"});
   for (int i = 1; i < kChain; ++i)
-    entry("e" + std::to_string(i), {.target = path("e" + std::to_string(i)), .typeName = "Zet::Dir",
-                                     .dependency = "e" + std::to_string(i - 1)});
+    entry(numbered("e", i), {.target = path(numbered("e", i)), .typeName = "Zet::Dir",
+                                     .dependency = numbered("e", i - 1)});
   configs->agentEnvConfig(Name("e0"))->dependencyIs(Name(""));
   settle();
-  EXPECT_EQ(individual("e" + std::to_string(kChain - 1)), St::initialized);
+  EXPECT_EQ(individual(numbered("e", kChain - 1)), St::initialized);
 }
 
 }  // namespace

@@ -56,10 +56,10 @@ TEST_F(AgentEnvStatusTest, AggregatesNestedInAggregatesComposeTheirPaths) {
   constexpr int kDepth = 3000;
   entry("n0", {.target = path("deep"), .typeName = "Zet::Dir", .dependency = "_NOT READY_"});
   for (int i = 1; i < kDepth; ++i)
-    entry("n" + std::to_string(i), {.typeName = "Zet::Dir", .pathSuffix = "n", .aggConfig = "n" + std::to_string(i - 1)});
+    entry(numbered("n", i), {.typeName = "Zet::Dir", .pathSuffix = "n", .aggConfig = numbered("n", i - 1)});
   configs->agentEnvConfig(Name("n0"))->dependencyIs(Name(""));
   settle();
-  EXPECT_EQ(individual("n" + std::to_string(kDepth - 1)), St::initialized);
+  EXPECT_EQ(individual(numbered("n", kDepth - 1)), St::initialized);
   EXPECT_EQ(group("n0"), St::initialized);
   EXPECT_EQ(sm("n2")->configTarget().text().view(), path("deep/n/n"));
   EXPECT_TRUE(at(path("deep/n/n")));

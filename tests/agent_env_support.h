@@ -50,6 +50,13 @@ class TraceCapture {
   Trace::Sink previous_;
 };
 
+// "e12" from ("e", 12).
+inline std::string numbered(char const* prefix, int n) {
+  std::string text(prefix);
+  text += std::to_string(n);
+  return text;
+}
+
 class AgentEnvFixture : public ::testing::Test {
  protected:
   AgentEnvFixture() : root(uniqueRoot()) {}
