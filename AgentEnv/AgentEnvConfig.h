@@ -46,6 +46,8 @@ class AgentEnvConfig : public Entity {
 
   // The dependency value meaning "a dependency exists but is not yet known".
   static Name const& notReady();
+  // Whether a dependency value names another entry ("" and notReady() do not).
+  static bool namesEntry(Name const& dependency) { return !dependency.isEmpty() && !(dependency == notReady()); }
 
   AgentEnvConfigDir* dir() const { return dir_; }
   EntityUri const& source0() const { return source0_; }

@@ -9,12 +9,9 @@
 namespace Zet {
 namespace {
 
-// The activity of every state machine is named after its config.
+// The hint every state machine's activity is made with (the loop keeps it
+// for tools and does not act on it).
 constexpr unsigned kActivityPriorityHint = 10;
-
-bool namesEntry(Name const& dependency) {
-  return !dependency.isEmpty() && !(dependency == AgentEnvConfig::notReady());
-}
 
 }  // namespace
 
@@ -92,7 +89,7 @@ Name AgentEnvDirSm::missingPrerequisite(Name const& name, HashMap<bool>& visitin
     return true;
   };
   Name const& dependency = config->dependency();
-  if (namesEntry(dependency) && lacking(dependency)) return dependency;
+  if (AgentEnvConfig::namesEntry(dependency) && lacking(dependency)) return dependency;
   if (Ptr<AgentEnvConfig> const& aggregate = config->aggConfig())
     if (lacking(aggregate->name())) return aggregate->name();
   return Name();

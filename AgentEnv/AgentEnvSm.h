@@ -265,7 +265,8 @@ class AgentEnvSm : public Entity, public Reactor {
   void handleStatusReaction();
   void handleNestedConfig(Name const& name);
   void doRetryAfterConfigChange();
-  void statusIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s);
+  // Writes an outcome as a pair: the code first, then the individual status.
+  void outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s);
   // Prepares `path` and makes the entity there; attemptTrace is the
   // progress line written once the path is ready.
   void doInstantiate(EntityUriPath const& path, std::string_view attemptTrace);

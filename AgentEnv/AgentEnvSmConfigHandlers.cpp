@@ -26,7 +26,7 @@ bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
 
 }  // namespace
 
-void AgentEnvSm::statusIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s) {
+void AgentEnvSm::outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s) {
   if (!status_) return;
   status_->statusCodeIs(code);
   status_->individualStatusIs(s);
@@ -42,7 +42,7 @@ void AgentEnvSm::forMountConfigs(char const* mainLabel, Apply&& apply) {
 
 template <class TraceLine>
 void AgentEnvSm::doRefuseChange(AgentEnvStatus::StatusCode code, TraceLine&& trace) {
-  statusIs(code, AgentEnvStatus::unsupported);
+  outcomeIs(code, AgentEnvStatus::unsupported);
   consistencyIs(inconsistent);
   trace();
 }
@@ -70,7 +70,7 @@ void AgentEnvSm::handleConfigSource0() {
 
 bool AgentEnvSm::doRefuseInvalidSource0() {
   SM_TRACE(0) << ": Error: source0 is invalid URI.";
-  statusIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+  outcomeIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
   return false;
 }
 
@@ -81,7 +81,7 @@ void AgentEnvSm::handleConfigSource1() {
   if (consistency_ == inconsistent) return;
   if (isMountSource(source1) && !source1.isValid()) {
     SM_TRACE(0) << ": Error: source1 is invalid URI.";
-    statusIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
     return;
   }
   sourcePre1_ = source1;

@@ -8,11 +8,6 @@
 namespace Zet {
 namespace {
 
-// Whether a dependency value names another entry ("" and "_NOT READY_" do not).
-bool namesEntry(Name const& dependency) {
-  return !dependency.isEmpty() && !(dependency == AgentEnvConfig::notReady());
-}
-
 }  // namespace
 
 bool AgentEnvSm::dependencyReady() const {
@@ -27,7 +22,7 @@ bool AgentEnvSm::doActionIfReady() {
   // An inconsistent entry stays unsupported: nothing may overwrite that.
   if (consistency_ == inconsistent) return false;
   Name const& dependency = config_->dependency();
-  if (namesEntry(dependency) && !dirSm_->agentEnvStatusDir()->agentEnvStatus(dependency)) {
+  if (AgentEnvConfig::namesEntry(dependency) && !dirSm_->agentEnvStatusDir()->agentEnvStatus(dependency)) {
     return doReportMissingDependency();
   }
   if (!dependencyReady()) return false;
@@ -39,7 +34,7 @@ bool AgentEnvSm::doActionIfReady() {
   EntityUriPath target = configTarget();
   if (!target.isEmpty() && !target.isAbsolute()) {
     SM_TRACE(0) << ": Error: Target is not absolute:" << inQuotes(target);
-    statusIs(AgentEnvStatus::targetPathNotAbsolute, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::targetPathNotAbsolute, AgentEnvStatus::error);
     return false;
   }
   if (rootConfig()->source0().isEmpty()) {
@@ -56,7 +51,7 @@ bool AgentEnvSm::doActionIfReady() {
 bool AgentEnvSm::doReportMissingDependency() {
   Name const& dependency = config_->dependency();
   SM_TRACE(0) << ": Error: Couldn't find dependency " << inQuotes(dependency);
-  statusIs(AgentEnvStatus::dependencyNotFound, AgentEnvStatus::error);
+  outcomeIs(AgentEnvStatus::dependencyNotFound, AgentEnvStatus::error);
   dirSm_->dependencyMissing(dependency, config_->name());
   return false;
 }
@@ -68,8 +63,9 @@ void AgentEnvSm::handleConfigDependency() {
   // The graph changes where this entry had an edge to another entry.
   if (this->dependency()) dirSm_->dependencyGraphChanged();
   Name const& dependency = config_->dependency();
-  Ptr<AgentEnvStatus> found = namesEntry(dependency) ? dirSm_->agentEnvStatusDir()->agentEnvStatus(dependency) : nullptr;
-  if (namesEntry(dependency) && !found) {
+  bool namesEntry = AgentEnvConfig::namesEntry(dependency);
+  Ptr<AgentEnvStatus> found = namesEntry ? dirSm_->agentEnvStatusDir()->agentEnvStatus(dependency) : nullptr;
+  if (namesEntry && !found) {
     dependencyIs(nullptr);
     doReportMissingDependency();
     return;
@@ -77,7 +73,7 @@ void AgentEnvSm::handleConfigDependency() {
   Ptr<AgentEnvConfig> const& aggregate = config_->aggConfig();
   if (aggregate && dependency == aggregate->name()) {
     SM_TRACE(0) << ": Error: Circular dependency with aggConfig";
-    statusIs(AgentEnvStatus::circularDependencyWithAggConfig, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::circularDependencyWithAggConfig, AgentEnvStatus::error);
     return;
   }
   if (mode_ == init && status_) status_->individualStatusIs(AgentEnvStatus::notApplicable);
@@ -128,7 +124,7 @@ void AgentEnvSm::doCircularDependencyCheck() {
     }
     if (config->dependency() == own) {
       SM_TRACE(0) << ": Error: Circular dependency";
-      statusIs(AgentEnvStatus::circularDependency, AgentEnvStatus::error);
+      outcomeIs(AgentEnvStatus::circularDependency, AgentEnvStatus::error);
       return;
     }
     AgentEnvSm* sm = dirSm_->agentEnvSm(current).ptr();
@@ -145,7 +141,7 @@ void AgentEnvSm::doCircularDependencyCheck() {
   for (AgentEnvSm* sm : walked) sm->chainMemoIs(last);
   chainMemoIs(last);
   if (status_ && status_->statusCode() == AgentEnvStatus::circularDependency)
-    statusIs(AgentEnvStatus::none, AgentEnvStatus::notApplicable);
+    outcomeIs(AgentEnvStatus::none, AgentEnvStatus::notApplicable);
 }
 
 // The chain still ends where it ended: its last config is gone, has no

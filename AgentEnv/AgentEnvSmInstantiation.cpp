@@ -10,7 +10,7 @@ namespace Zet {
 
 bool AgentEnvSm::doRefuseSwitchedModes() {
   SM_TRACE(0) << ": Unsupported: Tried to switch modes.";
-  statusIs(AgentEnvStatus::switchedModes, AgentEnvStatus::unsupported);
+  outcomeIs(AgentEnvStatus::switchedModes, AgentEnvStatus::unsupported);
   return false;
 }
 
@@ -61,13 +61,13 @@ void AgentEnvSm::doInstantiate(EntityUriPath const& path, std::string_view attem
     targetDir_->entityIs(targetName_, config_->typeName().view());
   } catch (Exception const& e) {
     SM_TRACE(0) << ": Error: Instantiation of target threw exception " << e.text();
-    statusIs(instantiationCode(e), AgentEnvStatus::error);
+    outcomeIs(instantiationCode(e), AgentEnvStatus::error);
     return;
   }
   Ptr<Entity> entity = targetDir_->entityRef(targetName_);
   if (!entity) {
     SM_TRACE(0) << ": Error: Failed to instantiate " << inQuotes(targetName_) << " in " << targetDir_->fullName();
-    statusIs(AgentEnvStatus::instantiationError, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::instantiationError, AgentEnvStatus::error);
     return;
   }
   SM_TRACE(2) << ": Now " << targetDir_->fullName() << " has " << entity->fwkType().name << " at " << targetName_;
@@ -100,7 +100,7 @@ bool AgentEnvSm::setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path,
   targetNameIs(Name());
   if (!dir || !path.isAbsolute() || path.names() == 0) {
     SM_TRACE(0) << ": Error: Bad path " << inQuotes(path);
-    statusIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
     return false;
   }
   EntityUriPath target = path.removeTrailingSlash();
@@ -129,23 +129,23 @@ Ptr<Dir> AgentEnvSm::stepDown(Ptr<Dir> const& dir, Name const& name, bool create
   if (entry) {
     if (Ptr<Dir> next = ptr_cast<Dir>(entry->entity())) return next;
     SM_TRACE(0) << ": Error: Could not create path because " << entry->entity()->fullName() << " shadows path.";
-    statusIs(AgentEnvStatus::entityShadowsPath, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::entityShadowsPath, AgentEnvStatus::error);
     return nullptr;
   }
   try {
     if (!createParentDirs) {
       SM_TRACE(0) << ": Error: Remote ancestor dir " << dir->fullName() << " has no entry";
-      statusIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);
+      outcomeIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);
       return nullptr;
     }
     Expect expected(kNameInUseException | kPermissionException);
     return dir->dirIs(name);
   } catch (PermissionException const&) {
     SM_TRACE(0) << ": Error: Permission exception because remote ancestor dir " << dir->fullName() << " has no entry";
-    statusIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);
   } catch (Exception const& e) {
     SM_TRACE(0) << ": Error: Bad path " << inQuotes(e.text());
-    statusIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
+    outcomeIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
   }
   return nullptr;
 }

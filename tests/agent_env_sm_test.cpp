@@ -225,8 +225,18 @@ TEST_F(AgentEnvSmTest, InstantiationFailuresSayWhatWentWrong) {
 
 TEST_F(AgentEnvSmTest, ModesAreKeptAndChangesThatCannotApplyAreRefused) {
   TraceCapture traces;
+  // An attempt of another kind than the first is refused.
+  entry("local", {.target = path("local"), .typeName = "Zet::Dir"});
+  EXPECT_FALSE(sm("local")->doExportAttempt());
+  EXPECT_EQ(code("local"), St::switchedModes);
+  EXPECT_EQ(individual("local"), St::unsupported);
+  EXPECT_TRUE(traces.has("0 local: Unsupported: Tried to switch modes."));
+
   entry("exported", {.source0 = "*", .target = "4000"});
   EXPECT_EQ(sm("exported")->mode(), AgentEnvSm::exp);
+  sm("exported")->doInstantiationAttempt();
+  EXPECT_EQ(code("exported"), St::switchedModes);
+  EXPECT_FALSE(at("/4000"));
   EXPECT_TRUE(traces.has("2 exported: Do Export Attempt \"4000\""));
   Ptr<AgentEnvConfig> exported = configs->agentEnvConfig(Name("exported"));
   exported->source0Is(EntityUri(String8("tcp://db:4000/agents/store")));
@@ -287,22 +297,6 @@ TEST_F(AgentEnvSmTest, NestedConfigsMayNotOverrideWhatTheirAggregateProvides) {
   EXPECT_EQ(sm("fine")->rootConfig(), configs->agentEnvConfig(Name("store")));
   EXPECT_EQ(sm("fine")->rootSm(), sm("store").ptr());
   EXPECT_EQ(sm("store")->rootSm(), sm("store").ptr());
-}
-
-TEST_F(AgentEnvSmTest, AttemptsOfAnotherModeAreRefused) {
-  TraceCapture traces;
-  entry("local", {.target = path("local"), .typeName = "Zet::Dir"});
-  ASSERT_EQ(sm("local")->mode(), AgentEnvSm::instantiate);
-  EXPECT_FALSE(sm("local")->doExportAttempt());
-  EXPECT_EQ(code("local"), St::switchedModes);
-  EXPECT_EQ(individual("local"), St::unsupported);
-  EXPECT_TRUE(traces.has("0 local: Unsupported: Tried to switch modes."));
-  EXPECT_FALSE(sm("local")->doMountingAttempt());
-
-  entry("exported", {.source0 = "*", .target = "/run/agent.sock"});
-  sm("exported")->doInstantiationAttempt();
-  EXPECT_EQ(code("exported"), St::switchedModes);
-  EXPECT_FALSE(at("/run/agent.sock"));
 }
 
 TEST_F(AgentEnvSmTest, DeletingAConfigRemovesItsStateMachineStatusAndActivity) {

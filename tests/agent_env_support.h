@@ -16,7 +16,7 @@ namespace Zet::testing {
 
 // What an entry is given, attribute by attribute, in this order; unset
 // fields are left alone. `dependency` defaults to none, so an entry acts.
-struct EntrySpec {
+struct EntryAttributes {
   std::string source0 = {};
   std::string source1 = {};
   std::string target = {};
@@ -68,15 +68,15 @@ class AgentEnvFixture : public ::testing::Test {
   // A path below this test's own directory of the global tree.
   std::string path(std::string const& below) const { return root + "/" + below; }
 
-  Ptr<AgentEnvConfig> entry(std::string const& name, EntrySpec const& spec) {
+  Ptr<AgentEnvConfig> entry(std::string const& name, EntryAttributes const& given) {
     Ptr<AgentEnvConfig> c = configs->agentEnvConfigIs(Name(name));
-    if (!spec.aggConfig.empty()) c->aggConfigIs(configs->agentEnvConfig(Name(spec.aggConfig)));
-    if (!spec.source0.empty()) c->source0Is(EntityUri(String8(spec.source0)));
-    if (!spec.source1.empty()) c->source1Is(EntityUri(String8(spec.source1)));
-    if (!spec.target.empty()) c->targetIs(EntityUriPath(String8(spec.target)));
-    if (!spec.pathSuffix.empty()) c->pathSuffixIs(EntityUri(String8(spec.pathSuffix)));
-    if (!spec.typeName.empty()) c->typeNameIs(String8(spec.typeName));
-    c->dependencyIs(Name(spec.dependency));
+    if (!given.aggConfig.empty()) c->aggConfigIs(configs->agentEnvConfig(Name(given.aggConfig)));
+    if (!given.source0.empty()) c->source0Is(EntityUri(String8(given.source0)));
+    if (!given.source1.empty()) c->source1Is(EntityUri(String8(given.source1)));
+    if (!given.target.empty()) c->targetIs(EntityUriPath(String8(given.target)));
+    if (!given.pathSuffix.empty()) c->pathSuffixIs(EntityUri(String8(given.pathSuffix)));
+    if (!given.typeName.empty()) c->typeNameIs(String8(given.typeName));
+    c->dependencyIs(Name(given.dependency));
     return c;
   }
 
