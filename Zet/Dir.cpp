@@ -141,6 +141,8 @@ Ptr<Dir::Entry> Dir::entryIs(Name const& name, Ptr<Entity> entity) {
 void Dir::entryDel(Name const& name) {
   Ptr<Entry> e = entry(name);
   if (!e) return;
+  checkWritable();
+  MirrorWriteScope::Suspended outside(isMirror());
   entries_.erase(name);
   release(*e);
   notifyEntry(name);
@@ -160,6 +162,7 @@ void Dir::throwNameInUse(Name const& name) const {
 }
 
 Ptr<Dir::Entry> Dir::newEntry(Name const& name) {
+  checkWritable();
   auto [slot, inserted] = entries_.insert(name, nullptr);
   if (!inserted) throwNameInUse(name);
   *slot = new Entry(name);
@@ -167,6 +170,8 @@ Ptr<Dir::Entry> Dir::newEntry(Name const& name) {
 }
 
 void Dir::makeCurrent(Ptr<Entry> const& e, Ptr<Entity> entity) {
+  checkWritable();
+  MirrorWriteScope::Suspended outside(isMirror());
   if (!entity->parent() && !isWithin(*entity)) entity->parentIs(this);
   e->entityIs(std::move(entity));
   e->statusIs(Entry::Status::current);

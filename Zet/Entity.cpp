@@ -11,6 +11,13 @@ void Entity::NotifieeConst::bind(Ptr<Entity const> notifier) {
   if (notifier_) notifier_->notifieeAdd(this);
 }
 
+thread_local int Entity::MirrorWriteScope::depth_ = 0;
+
+void Entity::refuseMirrorWrite() const {
+  throw PermissionException(
+      format("%s is mounted from another process and can only be changed there", fullName().charPtr()));
+}
+
 void Entity::isNondestructingIs(bool v) {
   if (v == isNondestructing_) return;
   isNondestructing_ = v;

@@ -34,6 +34,7 @@ class Entity : public PtrInterface, public Notifier {
 
    protected:
     NotifieeConst() = default;
+    explicit NotifieeConst(bool catchAll) : NotifieeBase(catchAll) {}
     ~NotifieeConst() override { bind(nullptr); }
     // Registers on `notifier` (after leaving the previous one); null unbinds.
     void bind(Ptr<Entity const> notifier);
@@ -41,6 +42,52 @@ class Entity : public PtrInterface, public Notifier {
    private:
     Ptr<Entity const> notifier_;
   };
+
+  // Hears of every notification of one entity, whatever its type, without
+  // learning which attribute changed: for observers written once for all
+  // types (the attribute-log service), which then read what they need
+  // through the type descriptor.
+  class ChangeNotifiee : public NotifieeConst {
+   public:
+    ChangeNotifiee() : NotifieeConst(true) {}
+    void notifierIs(Ptr<Entity const> const& n) { bind(n); }
+    virtual void onChange() = 0;
+
+   private:
+    void onAnyNotification() final { onChange(); }
+  };
+
+  // While an entity mirrors one mounted from another process, only the
+  // mount machinery changes it (inside a MirrorWriteScope); any other write
+  // through an accessor is refused with PermissionException.
+  class MirrorWriteScope {
+   public:
+    MirrorWriteScope() { ++depth_; }
+    ~MirrorWriteScope() { --depth_; }
+    MirrorWriteScope(MirrorWriteScope const&) = delete;
+    MirrorWriteScope& operator=(MirrorWriteScope const&) = delete;
+    static bool active() { return depth_ > 0; }
+
+    // Notifications of a mirror's changes run outside the scope: what their
+    // handlers write is refused like any other local write.
+    class Suspended {
+     public:
+      explicit Suspended(bool suspend) : saved_(depth_) {
+        if (suspend) depth_ = 0;
+      }
+      ~Suspended() { depth_ = saved_; }
+      Suspended(Suspended const&) = delete;
+      Suspended& operator=(Suspended const&) = delete;
+
+     private:
+      int saved_;
+    };
+
+   private:
+    static thread_local int depth_;
+  };
+  bool isMirror() const { return mirror_; }
+  void mirrorIs(bool v) { mirror_ = v; }
 
   Name const& name() const { return name_; }
   Entity* parent() const { return parent_; }
@@ -70,13 +117,20 @@ class Entity : public PtrInterface, public Notifier {
   Entity(Name name, Entity* parent) : name_(std::move(name)), parent_(parent) {}
   ~Entity() override = default;
   void parentIs(Entity* parent) { parent_ = parent; }
+  // Refuses a change of a mirror made outside the mount machinery.
+  void checkWritable() const {
+    if (mirror_ && !MirrorWriteScope::active()) [[unlikely]]
+      refuseMirrorWrite();
+  }
 
   // The accessor convention for a scalar attribute: store the value and call
   // handler on every notifiee only when it differs from the stored one.
   template <class N, class V>
   void attributeIs(V& field, V const& value, void (N::*handler)()) {
+    checkWritable();
     if (field == value) return;
     field = value;
+    MirrorWriteScope::Suspended outside(mirror_);
     notify<N>([handler](N& n) { (n.*handler)(); });
   }
 
@@ -84,11 +138,13 @@ class Entity : public PtrInterface, public Notifier {
   // A directory adopts the entities put into it and forgets them when they
   // leave, so that no parent link outlives its directory.
   friend class Dir;
+  [[noreturn]] void refuseMirrorWrite() const;
 
   Name name_;
   Entity* parent_;
   bool isNondestructing_ = false;
   bool zeroReferences_ = false;
+  bool mirror_ = false;
 };
 
 // The base of T::NotifieeConst: binds to a T only, and reads it back as T.

@@ -1,6 +1,7 @@
 #include "Zet/MountFacility.h"
 
 #include "Zet/Dir.h"
+#include "Zet/MountMachinery.h"
 
 namespace Zet {
 namespace MountFacility {
@@ -31,6 +32,9 @@ struct Facility {
   Ptr<MountConfigDir> configs = mountConfigDirFactory("MountConfigDir");
   Ptr<MountStatusDir> statuses = mountStatusDirFactory("MountStatusDir");
   StatusKeeper keeper{statuses};
+  // Registered after the keeper, so a new config's status is there when
+  // its mount starts.
+  MountMachinery machinery{configs, statuses};
 };
 
 // Made once and never destroyed: entities anywhere may refer to it until

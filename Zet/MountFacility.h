@@ -6,10 +6,10 @@
 // they also appear in the global directory as /MountFacility/MountConfigDir
 // and /MountFacility/MountStatusDir. The facility keeps one MountStatus per
 // MountConfig, of the same name: adding a config adds its status at once
-// (state notMounted) and removing the config removes the status. Carrying
-// out the mounts is the business of the facility's mount machinery; these
-// records are its interface. Call from the thread that owns the global
-// directory.
+// (state notMounted) and removing the config removes the status. The
+// facility's MountMachinery, made with the directories, carries out each
+// config on the process's activity loop (see Mount for the states and codes
+// it reports). Call from the thread that owns the global directory.
 
 #include "Zet/MountConfigDir.h"
 #include "Zet/MountStatusDir.h"

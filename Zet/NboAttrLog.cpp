@@ -1,5 +1,6 @@
 #include "Zet/NboAttrLog.h"
 
+#include "Zet/AttrLogService.h"
 #include "Zet/Dir.h"
 #include "Zet/TypeMap.h"
 
@@ -10,15 +11,29 @@ Ptr<ConnectionDir> connectionDirFactory(Name const& name, Entity* parent) {
   return Ptr<ConnectionDir>(new ConnectionDir(name, parent));
 }
 
-Ptr<ConnectionDir> connectionDir() {
-  // Made once and never destroyed, like the global directory that shows it.
-  static Ptr<ConnectionDir> const* dir = [] {
-    auto* made = new Ptr<ConnectionDir>(connectionDirFactory("ConnectionDir"));
-    globalDir()->dirIs("NboAttrLog")->entryIs("ConnectionDir", *made);
-    return made;
+namespace {
+
+struct Service {
+  Ptr<ConnectionDir> connections = connectionDirFactory("ConnectionDir");
+  AttrLogService service{connections};
+};
+
+// Made once, with the service that follows it, and never destroyed, like
+// the global directory that shows it.
+Service& service() {
+  static Service* made = [] {
+    auto* s = new Service;
+    globalDir()->dirIs("NboAttrLog")->entryIs("ConnectionDir", s->connections);
+    return s;
   }();
-  return *dir;
+  return *made;
 }
+
+}  // namespace
+
+Ptr<ConnectionDir> connectionDir() { return service().connections; }
+
+ServiceFigures serviceFigures() { return service().service.figures(); }
 
 namespace {
 

@@ -2,14 +2,15 @@
 // The attribute-log service: how this process serves its entity tree to
 // other processes. Its connection directory holds where the service listens:
 // a TCP port, a local domain socket, or both. Setting them here records the
-// wish and tells the watchers; the service's listening machinery follows
-// them.
+// wish and tells the watchers; the service (AttrLogService), made with the
+// process's connection directory, follows them.
 //
 // The connection directory is made on first use, lives as long as the
 // process and appears in the global directory as /NboAttrLog/ConnectionDir.
 // Not thread-safe: used on the activity-loop thread that owns the global
 // directory.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "Zet/Entity.h"
@@ -48,6 +49,14 @@ Ptr<ConnectionDir> connectionDirFactory(Name const& name, Entity* parent = nullp
 
 // The process's connection directory.
 Ptr<ConnectionDir> connectionDir();
+
+// How the process's service stands: the peers connected and the bytes
+// waiting to be sent to them.
+struct ServiceFigures {
+  size_t sessions = 0;
+  size_t pendingBytes = 0;
+};
+ServiceFigures serviceFigures();
 
 }  // namespace NboAttrLog
 }  // namespace Zet

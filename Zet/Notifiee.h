@@ -21,6 +21,9 @@ class Notifier;
 class NotifieeBase {
  public:
   NotifieeBase() = default;
+  // A catch-all notifiee is not called through its notifier's interface:
+  // every notification of the notifier reaches onAnyNotification instead.
+  explicit NotifieeBase(bool catchAll) : catchAll_(catchAll) {}
   NotifieeBase(NotifieeBase const&) = delete;
   NotifieeBase& operator=(NotifieeBase const&) = delete;
 
@@ -34,6 +37,9 @@ class NotifieeBase {
   virtual void onNotificationException(std::exception const& e);
 
  protected:
+  // What a catch-all notifiee receives for each notification.
+  virtual void onAnyNotification() {}
+
   // Leaves the notifier it is still registered with.
   virtual ~NotifieeBase();
 
@@ -43,6 +49,7 @@ class NotifieeBase {
   NotifieeBase* prev_ = nullptr;              // links of that list
   NotifieeBase* next_ = nullptr;
   bool notificationActive_ = true;
+  bool catchAll_ = false;
 };
 
 class Notifier {
@@ -71,7 +78,10 @@ class Notifier {
     while (NotifieeBase* n = round.take()) {
       if (!n->hasNotificationActive()) continue;
       try {
-        handler(*static_cast<N*>(n));
+        if (n->catchAll_)
+          n->onAnyNotification();
+        else
+          handler(*static_cast<N*>(n));
       } catch (std::exception const& e) {
         deliverException(n, e);
       } catch (...) {

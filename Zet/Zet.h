@@ -3,6 +3,7 @@
 
 #include "Zet/Activity.h"
 #include "Zet/ActivityLoop.h"
+#include "Zet/AttrLogProtocol.h"
 #include "Zet/ConstructorParameter.h"
 #include "Zet/Dir.h"
 #include "Zet/Entity.h"

@@ -19,3 +19,13 @@ if(TARGET agentenv_check_test AND TARGET agentenv)
   target_compile_definitions(agentenv_check_test PRIVATE AGENTENV_COMMAND="$<TARGET_FILE:agentenv>")
   add_dependencies(agentenv_check_test agentenv)
 endif()
+
+# The mount tests run attrlog_peer as the serving process; both ends know the
+# Test::Gauge type.
+add_executable(attrlog_peer ${CMAKE_CURRENT_SOURCE_DIR}/peer/attrlog_peer.cpp ${CMAKE_CURRENT_SOURCE_DIR}/peer/Gauge.cpp)
+target_link_libraries(attrlog_peer PRIVATE zet)
+if(TARGET mount_test)
+  target_sources(mount_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/peer/Gauge.cpp)
+  target_compile_definitions(mount_test PRIVATE ATTRLOG_PEER="$<TARGET_FILE:attrlog_peer>")
+  add_dependencies(mount_test attrlog_peer)
+endif()

@@ -1,0 +1,96 @@
+#include "Zet/AttrLogSession.h"
+
+#include "Zet/Format.h"
+#include "Zet/Trace.h"
+
+namespace Zet {
+namespace NboAttrLog {
+namespace {
+
+// Changes are written in slices of this size, so one flush never holds
+// more than this beyond what is already waiting.
+constexpr size_t kChangeSlice = 256 * 1024;
+
+}  // namespace
+
+AttrLogSession::AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, size_t maxPendingBytes, Ended ended)
+    : stream_(new AttrLogStream(std::move(fd), false, this, std::move(peer))),
+      maxPendingBytes_(maxPendingBytes),
+      ended_(std::move(ended)) {
+  FrameWriter writer(stream_->out());
+  if (!refusal.isEmpty()) {
+    ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << stream_->peer() << ": " << refusal;
+    writer.refused(refusal.view());
+    stream_->closeAfterSending();
+    ended_(this);
+    return;
+  }
+  writer.hello();
+  stream_->sendSoon();
+}
+
+AttrLogSession::~AttrLogSession() {
+  trees_.clear();
+  if (stream_->isOpen()) stream_->close();
+}
+
+void AttrLogSession::onMessage(Message const& m) {
+  if (!greeted_) return greet(m);
+  switch (m.kind) {
+    case Kind::subscribe: {
+      auto& tree = trees_[m.subscription];
+      tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription);
+      tree->serve(m.name);
+      stream_->sendSoon();
+      return;
+    }
+    case Kind::unsubscribe:
+      trees_.erase(m.subscription);
+      return;
+    default:
+      end(format("%s sent a frame of kind %u, which only a server sends", stream_->peer().charPtr(),
+                 unsigned(m.kind)));
+  }
+}
+
+void AttrLogSession::greet(Message const& m) {
+  if (m.kind != Kind::hello) return end(format("%s did not begin with a greeting", stream_->peer().charPtr()));
+  if (m.version != kProtocolVersion) {
+    // Our greeting, already sent, tells the peer which version we speak.
+    ZET_TRACE_AT("NboAttrLog", 0) << stream_->peer() << " speaks protocol version " << m.version << ", not "
+                                  << kProtocolVersion << "; closing";
+    stream_->closeAfterSending();
+    ended_(this);
+    return;
+  }
+  greeted_ = true;
+}
+
+void AttrLogSession::framesAdded() {
+  if (stream_->pendingBytes() > maxPendingBytes_)
+    return end(format("%s stays behind: %zu bytes wait to be sent, more than the bound of %zu",
+                      stream_->peer().charPtr(), stream_->pendingBytes(), maxPendingBytes_));
+  stream_->sendSoon();
+}
+
+void AttrLogSession::onDrained() {
+  // What does not fit goes out with the next slice, once this one has drained.
+  for (auto& [subscription, tree] : trees_) tree->writeChanges(kChangeSlice);
+  if (!stream_->out().empty()) stream_->sendSoon();
+}
+
+void AttrLogSession::onStreamClosed(String8 const& reason) {
+  ZET_TRACE_AT("NboAttrLog", 1) << "session with " << stream_->peer() << " ended: " << reason;
+  trees_.clear();
+  ended_(this);
+}
+
+void AttrLogSession::end(String8 const& reason) {
+  ZET_TRACE_AT("NboAttrLog", 0) << reason << "; disconnecting";
+  trees_.clear();
+  stream_->close();
+  ended_(this);
+}
+
+}  // namespace NboAttrLog
+}  // namespace Zet

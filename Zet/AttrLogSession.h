@@ -1,0 +1,55 @@
+#pragma once
+// AttrLogSession: the serving end of one connection from a mounting peer.
+//
+// It greets the peer with its protocol version (or, for a domain-socket
+// peer whose user is not allowed, with a refusal, then closes), checks the
+// peer's greeting, and serves each subscription the peer asks for as a
+// ServedTree. Changed entities go out when the connection has room; frames
+// that must go out in order (entities added and removed) are written at
+// once, and a peer that lets more than the bound of bytes wait is
+// disconnected, so a slow peer costs bounded memory and never blocks the
+// process.
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+
+#include "Zet/AttrLogStream.h"
+#include "Zet/ServedTree.h"
+
+namespace Zet {
+namespace NboAttrLog {
+
+class AttrLogSession : private AttrLogStream::Handler, private ServedTree::Outlet {
+ public:
+  // Told once when the session has ended and may be destroyed (not from
+  // within the session's own call stack: the owner defers it).
+  using Ended = std::function<void(AttrLogSession*)>;
+
+  // Serves the accepted connection fd; `refusal` non-empty refuses it.
+  AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, size_t maxPendingBytes, Ended ended);
+  ~AttrLogSession();
+
+  String8 const& peer() const { return stream_->peer(); }
+  size_t pendingBytes() const { return stream_->pendingBytes(); }
+
+ private:
+  void onMessage(Message const& message) override;
+  void onStreamClosed(String8 const& reason) override;
+  void onDrained() override;
+  std::string& frames() override { return stream_->out(); }
+  void framesAdded() override;
+  void changesWaiting() override { stream_->sendSoon(); }
+
+  void greet(Message const& message);
+  void end(String8 const& reason);
+
+  Ptr<AttrLogStream> stream_;
+  size_t maxPendingBytes_;
+  Ended ended_;
+  bool greeted_ = false;
+  std::unordered_map<uint32_t, std::unique_ptr<ServedTree>> trees_;  // by subscription
+};
+
+}  // namespace NboAttrLog
+}  // namespace Zet

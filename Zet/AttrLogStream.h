@@ -1,0 +1,82 @@
+#pragma once
+// AttrLogStream: one attribute-log connection on the process's activity
+// loop, from either end. It reads frames as they arrive and hands each,
+// decoded, to its handler; frames written into out() are sent soon after
+// (once per loop turn, however many were written), without ever blocking:
+// what the socket does not take waits in out() until it is writable.
+//
+// The stream ends when the peer closes, a read or write fails, or a frame is
+// malformed; the handler hears why once (onStreamClosed) and the stream
+// closes its socket. A handler may drop the stream from any of its callbacks.
+
+#include <string>
+
+#include "Zet/ActivityLoop.h"
+#include "Zet/AttrLogProtocol.h"
+#include "Zet/Ptr.h"
+#include "Zet/Socket.h"
+#include "Zet/String8.h"
+
+namespace Zet {
+namespace NboAttrLog {
+
+class AttrLogStream : public PtrInterface {
+ public:
+  class Handler {
+   public:
+    virtual void onMessage(Message const& message) = 0;
+    // The stream has ended; reason says why, for traces and statuses.
+    virtual void onStreamClosed(String8 const& reason) = 0;
+    // Everything written so far has gone out.
+    virtual void onDrained() {}
+
+   protected:
+    ~Handler() = default;
+  };
+
+  // Takes over fd; `connecting` when a connect is still under way. `peer`
+  // names the other end in traces.
+  AttrLogStream(SocketFd fd, bool connecting, Handler* handler, String8 peer);
+  ~AttrLogStream() override;
+
+  String8 const& peer() const { return peer_; }
+  int fd() const { return fd_.get(); }
+  bool isOpen() const { return handler_ != nullptr; }
+
+  // Frames appended here go out on the next flush, which sendSoon asks for.
+  std::string& out() { return out_; }
+  void sendSoon();
+  // Bytes written but not yet taken by the socket.
+  size_t pendingBytes() const { return out_.size() - sent_; }
+  // Sends what is pending, then closes without telling the handler.
+  void closeAfterSending();
+  // Closes at once; the handler hears nothing more.
+  void close();
+
+ private:
+  void onEvents(unsigned events);
+  void onConnected();
+  void readAvailable();
+  void deliverFrames();
+  void flush();
+  void watchFor(unsigned events);
+  // Ends the stream and tells the handler why.
+  void fail(String8 const& reason);
+
+  SocketFd fd_;
+  Handler* handler_;
+  String8 peer_;
+  std::string in_;     // received bytes; frames start at consumed_
+  size_t consumed_ = 0;
+  std::string out_;    // bytes to send; out_[0, sent_) are sent
+  size_t sent_ = 0;
+  unsigned watching_ = 0;
+  bool connecting_;
+  bool flushQueued_ = false;
+  bool closing_ = false;
+  Message message_;  // reused for every frame
+  Ptr<AttrLogStream> selfWhileClosing_;
+};
+
+}  // namespace NboAttrLog
+}  // namespace Zet

@@ -1,0 +1,221 @@
+#include "Zet/Mount.h"
+
+#include <algorithm>
+
+#include "Zet/Activity.h"
+#include "Zet/Format.h"
+#include "Zet/MountMachinery.h"
+#include "Zet/Trace.h"
+
+namespace Zet {
+namespace {
+
+ActivityLoop& loop() { return ActivityFacility::loop(); }
+
+// The source path below a prefix: sourceName's path, or its whole text
+// when it is a bare path.
+EntityUri joined(EntityUri const& prefix, EntityUri const& name) {
+  if (name.isEmpty()) return prefix;
+  std::string text(prefix.text().view());
+  while (!text.empty() && text.back() == '/') text.pop_back();
+  std::string_view path = name.scheme() == EntityUri::Scheme::none ? name.text().view() : name.entityPath().text().view();
+  if (!path.starts_with('/')) text += '/';
+  text += path;
+  return EntityUri(String8(text));
+}
+
+}  // namespace
+
+Mount::Mount(MountMachinery& machinery, Ptr<MountConfig> const& config, Ptr<MountStatus> status)
+    : machinery_(machinery), config_(config), status_(std::move(status)), alive_(std::make_shared<Mount*>(this)) {
+  notifierIs(config);
+  restartSoon();
+}
+
+Mount::~Mount() {
+  stop();
+  alive_.reset();
+}
+
+EntityUri Mount::source(int index) const {
+  EntityUri const& prefix = index == 0 ? config_->sourcePre0() : config_->sourcePre1();
+  if (!prefix.isEmpty()) return joined(prefix, config_->sourceName());
+  return index == 0 ? config_->source0() : config_->source1();
+}
+
+void Mount::stop() {
+  if (stopped_) return;
+  stopped_ = true;
+  notifierIs(nullptr);
+  cancelTimers();
+  endAttempt();
+  unmount();
+}
+
+void Mount::unmount() {
+  if (config_->unmountType() == MountConfig::stateRemoving)
+    mirror_.removeAll();
+  else
+    mirror_.release();
+}
+
+void Mount::restartSoon() {
+  if (restartQueued_ || stopped_) return;
+  restartQueued_ = true;
+  loop().deferredCallIs([alive = std::weak_ptr<Mount*>(alive_)] {
+    if (auto mount = alive.lock()) {
+      (*mount)->restartQueued_ = false;
+      if (!(*mount)->stopped_) (*mount)->attempt();
+    }
+  });
+}
+
+void Mount::onTargetName() {
+  // The mirror moves: what is at the old target goes.
+  if (!(config_->targetName() == mirroredTarget_)) mirror_.removeAll();
+  restartSoon();
+}
+
+void Mount::onNextRound() {
+  if (config_->nextRound() > status_->round() || status_->state() != MountStatus::complete) {
+    sourceIndex_ = 0;
+    restartSoon();
+  }
+}
+
+void Mount::cancelTimers() {
+  if (retryTimer_) loop().timerDel(retryTimer_);
+  if (timeoutTimer_) loop().timerDel(timeoutTimer_);
+  retryTimer_ = timeoutTimer_ = 0;
+}
+
+void Mount::endAttempt() {
+  if (!link_) return;
+  Ptr<MountLink> link = std::move(link_);
+  link->unsubscribe(subscription_);
+}
+
+void Mount::attempt() {
+  cancelTimers();
+  if (source(1).isEmpty()) sourceIndex_ = 0;
+  EntityUri source = this->source(sourceIndex_);
+  EntityUriPath const& target = config_->targetName();
+  status_->currentSourceIs(source);
+  if (source.scheme() == EntityUri::Scheme::none || !source.isValid())
+    return error(MountStatus::exception, format("source '%s' is not a tcp:// or unix:// URI", source.text().charPtr()));
+  if (!target.isAbsolute() || target.names() == 0)
+    return error(MountStatus::exception, format("target '%s' is not an absolute path below the root",
+                                                target.text().charPtr()));
+  // The new subscription is made before the old one goes, so a link both
+  // use stays up.
+  Ptr<MountLink> previous = std::move(link_);
+  uint32_t previousSubscription = subscription_;
+  link_ = machinery_.link(source);
+  subscription_ = link_->subscribe(this, source.entityPath().text().view());
+  if (previous) previous->unsubscribe(previousSubscription);
+  roundAsked_ = config_->nextRound();
+  mirroredTarget_ = target;
+  mirror_.roundBegin();
+  status_->codeIs(MountStatus::ok);
+  status_->stateIs(MountStatus::inProgress);
+  timeoutTimer_ = loop().timerIs(config_->initTimeoutPeriod(), [alive = std::weak_ptr<Mount*>(alive_)] {
+    if (auto mount = alive.lock()) {
+      (*mount)->timeoutTimer_ = 0;
+      (*mount)->fail(MountStatus::timedOut,
+                     format("no snapshot within %g s", (*mount)->config_->initTimeoutPeriod()), true);
+    }
+  });
+}
+
+void Mount::onFrame(NboAttrLog::Message const& frame) {
+  using NboAttrLog::Kind;
+  try {
+    switch (frame.kind) {
+      case Kind::notFound:
+        return fail(MountStatus::entityNotFound,
+                    format("nothing at '%s'", status_->currentSource().text().charPtr()), false);
+      case Kind::entity:
+        return applyEntity(frame);
+      case Kind::update:
+        return mirror_.update(frame);
+      case Kind::remove:
+        if (mirror_.remove(frame.id))
+          fail(MountStatus::entityNotFound,
+               format("'%s' left its source", status_->currentSource().text().charPtr()), false);
+        return;
+      case Kind::snapshotEnd:
+        return snapshotDone();
+      default:
+        return error(MountStatus::exception, format("unexpected frame of kind %u", unsigned(frame.kind)));
+    }
+  } catch (std::exception const& e) {
+    error(MountStatus::exception, e.what());
+  }
+}
+
+void Mount::applyEntity(NboAttrLog::Message const& frame) {
+  try {
+    mirror_.entityIs(frame, config_->targetName());
+  } catch (UnknownTypeException const& e) {
+    // A member of an aggregate that cannot be made fails its group.
+    bool member = config_->aggMount() && frame.parent != 0;
+    error(member ? MountStatus::groupCode : MountStatus::exception, e.what());
+  }
+  // A watcher of the mirror may have ended the mount meanwhile, before the
+  // entity was remembered.
+  if (stopped_) unmount();
+}
+
+void Mount::snapshotDone() {
+  mirror_.roundEnd();
+  if (timeoutTimer_) loop().timerDel(timeoutTimer_);
+  timeoutTimer_ = 0;
+  retryDelay_ = kFirstRetryDelay;
+  status_->mountedEntityIs(mirror_.root());
+  status_->roundIs(std::max(roundAsked_, status_->round()));
+  status_->codeIs(MountStatus::ok);
+  status_->stateIs(MountStatus::complete);
+}
+
+void Mount::onLinkDown(MountStatus::Code code, String8 const& reason) {
+  link_ = nullptr;
+  if (stopped_) return;
+  if (code == MountStatus::disconnected) return fail(code, reason, true);
+  error(code, reason);
+}
+
+void Mount::leaveMirror() {
+  if (config_->unmountType() == MountConfig::stateRemoving) mirror_.removeAll();
+  status_->mountedEntityIs(mirror_.root());
+}
+
+void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceElsewhere) {
+  if (stopped_) return;
+  ZET_TRACE_AT("MountFacility", 1) << config_->name() << ": failed: " << reason;
+  cancelTimers();
+  endAttempt();
+  leaveMirror();
+  status_->codeIs(code);
+  status_->stateIs(MountStatus::failed);
+  if (trySourceElsewhere && !source(1).isEmpty()) sourceIndex_ ^= 1;
+  double delay = retryDelay_;
+  retryDelay_ = std::min(retryDelay_ * 2, kMaxRetryDelay);
+  retryTimer_ = loop().timerIs(delay, [alive = std::weak_ptr<Mount*>(alive_)] {
+    if (auto mount = alive.lock()) {
+      (*mount)->retryTimer_ = 0;
+      (*mount)->attempt();
+    }
+  });
+}
+
+void Mount::error(MountStatus::Code code, String8 const& reason) {
+  if (stopped_) return;
+  ZET_TRACE_AT("MountFacility", 0) << config_->name() << ": error: " << reason;
+  cancelTimers();
+  endAttempt();
+  leaveMirror();
+  status_->codeIs(code);
+  status_->stateIs(MountStatus::error);
+}
+
+}  // namespace Zet

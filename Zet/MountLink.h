@@ -1,0 +1,58 @@
+#pragma once
+// MountLink: the mounting end of one connection to a serving process,
+// shared by every mount of this process from that endpoint. Each mount
+// subscribes to a path and receives the frames of its subscription; when the
+// link goes down, every subscriber hears why, as the mount status code it
+// means (disconnected, protocolVersionMismatch, permissionDenied). A link
+// with no subscriber left closes.
+
+#include <cstdint>
+#include <functional>
+#include <unordered_map>
+
+#include "Zet/AttrLogStream.h"
+#include "Zet/EntityUri.h"
+#include "Zet/MountStatus.h"
+
+namespace Zet {
+
+class MountLink : public PtrInterface, private NboAttrLog::AttrLogStream::Handler {
+ public:
+  class Subscriber {
+   public:
+    virtual void onFrame(NboAttrLog::Message const& frame) = 0;
+    virtual void onLinkDown(MountStatus::Code code, String8 const& reason) = 0;
+
+   protected:
+    ~Subscriber() = default;
+  };
+
+  // The key links are shared by: the scheme and endpoint of a source URI.
+  static String8 endpointKey(EntityUri const& source);
+
+  // Starts connecting to the endpoint of source; `gone` is told once, when
+  // the link closes, so that its owner stops handing it out.
+  MountLink(EntityUri const& source, std::function<void(MountLink*)> gone);
+  ~MountLink() override;
+
+  // Asks for the entity at path; returns the subscription, whose frames go
+  // to subscriber.
+  uint32_t subscribe(Subscriber* subscriber, std::string_view path);
+  void unsubscribe(uint32_t subscription);
+  size_t subscriberCount() const { return subscribers_.size(); }
+
+ private:
+  void onMessage(NboAttrLog::Message const& message) override;
+  void onStreamClosed(String8 const& reason) override;
+  void greet(NboAttrLog::Message const& message);
+  void down(MountStatus::Code code, String8 const& reason);
+
+  Ptr<NboAttrLog::AttrLogStream> stream_;
+  std::function<void(MountLink*)> gone_;
+  std::unordered_map<uint32_t, Subscriber*> subscribers_;
+  uint32_t lastSubscription_ = 0;
+  bool greeted_ = false;
+  bool down_ = false;
+};
+
+}  // namespace Zet

@@ -1,0 +1,34 @@
+#pragma once
+// MountMachinery: what carries out the mount facility's configs. It keeps
+// one Mount per MountConfig, made when the config appears and ended when it
+// goes, and the links to serving processes that the mounts share (one per
+// endpoint). Made with the facility's directories; lives as long as they do.
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "Zet/Mount.h"
+#include "Zet/MountConfigDir.h"
+#include "Zet/MountStatusDir.h"
+
+namespace Zet {
+
+class MountMachinery : private MountConfigDir::NotifieeConst {
+ public:
+  MountMachinery(Ptr<MountConfigDir> const& configs, Ptr<MountStatusDir> statuses);
+  ~MountMachinery() override;
+
+  // The link to the endpoint of source, shared by the mounts that use it.
+  Ptr<MountLink> link(EntityUri const& source);
+  size_t linkCount() const { return links_.size(); }
+
+ private:
+  void onMountConfig(Name const& name) override;
+
+  Ptr<MountStatusDir> statuses_;
+  std::unordered_map<std::string, std::unique_ptr<Mount>> mounts_;
+  std::unordered_map<std::string, MountLink*> links_;  // by endpoint; each removes itself when it closes
+};
+
+}  // namespace Zet

@@ -1,0 +1,157 @@
+#include "Zet/MountMirror.h"
+
+#include <vector>
+
+#include "Zet/Format.h"
+#include "Zet/Trace.h"
+#include "Zet/TypeMap.h"
+
+namespace Zet {
+
+MountMirror::~MountMirror() = default;
+
+void MountMirror::roundBegin() {
+  for (auto& [id, entity] : byId_) previous_.emplace(entity.ptr(), entity);
+  byId_.clear();
+  idOf_.clear();
+}
+
+void MountMirror::roundEnd() {
+  auto leftovers = std::move(previous_);
+  previous_.clear();
+  for (auto& [raw, entity] : leftovers) {
+    if (entity == root_) root_ = nullptr;
+    takeOut(*entity);
+  }
+}
+
+Entity* MountMirror::byId(uint32_t id) const {
+  auto found = byId_.find(id);
+  if (found == byId_.end())
+    throw AttrLogRecordException(format("frame names entity %u, which the mount does not have", unsigned(id)));
+  return found->second.ptr();
+}
+
+void MountMirror::entityIs(NboAttrLog::Message const& frame, EntityUriPath const& target) {
+  Ptr<Entity> entity;
+  if (frame.parent == 0) {
+    if (target.names() == 0) throwRangeException("the mount target names no entry");
+    Ptr<Dir> dir = globalDir();
+    for (size_t i = 0; i + 1 < target.names(); ++i) dir = dir->dirIs(target.name(i));
+    Name name = target.name(target.names() - 1);
+    entity = reusable(*dir, name, frame.type);
+    if (!entity) entity = make(*dir, name, frame.type);
+    root_ = entity;
+  } else {
+    auto* dir = dynamic_cast<Dir*>(byId(frame.parent));
+    if (!dir) throw AttrLogRecordException(format("entity %u is not a directory", unsigned(frame.parent)));
+    Name name{String8(frame.name)};
+    entity = reusable(*dir, name, frame.type);
+    if (!entity) entity = make(*dir, name, frame.type);
+  }
+  remember(frame.id, entity);
+  applyAttributes(*entity, frame);
+}
+
+void MountMirror::update(NboAttrLog::Message const& frame) { applyAttributes(*byId(frame.id), frame); }
+
+bool MountMirror::remove(uint32_t id) {
+  Ptr<Entity> entity(byId(id));
+  takeOut(*entity);
+  forgetSubtree(*entity);
+  if (entity != root_) return false;
+  root_ = nullptr;
+  return true;
+}
+
+void MountMirror::removeAll() {
+  roundBegin();
+  roundEnd();
+  root_ = nullptr;
+}
+
+void MountMirror::release() {
+  for (auto& [id, entity] : byId_) entity->mirrorIs(false);
+  for (auto& [raw, entity] : previous_) entity->mirrorIs(false);
+  byId_.clear();
+  idOf_.clear();
+  previous_.clear();
+  root_ = nullptr;
+}
+
+Ptr<Entity> MountMirror::reusable(Dir const& dir, Name const& name, std::string_view type) const {
+  Ptr<Dir::Entry> entry = dir.entry(name);
+  Entity* held = entry ? entry->entity().ptr() : nullptr;
+  if (!held || held->fwkType().name != type) return nullptr;
+  auto found = previous_.find(held);
+  if (found == previous_.end()) return nullptr;
+  Ptr<Entity> entity = found->second;
+  const_cast<MountMirror*>(this)->previous_.erase(found);
+  return entity;
+}
+
+Ptr<Entity> MountMirror::make(Dir& dir, Name const& name, std::string_view type) {
+  if (Ptr<Dir::Entry> entry = dir.entry(name)) {
+    Entity* held = entry->entity().ptr();
+    // What this mount put there in an earlier round, of another type now,
+    // makes room; anything else keeps its place.
+    if (held && previous_.count(held)) {
+      Ptr<Entity> old = previous_.at(held);
+      previous_.erase(held);
+      takeOut(*old);
+    }
+  }
+  TypeDescriptor const& descriptor = TypeMap::instance().typeResolved(type);
+  Ptr<Entity> entity = descriptor.factory ? descriptor.factory(name, &dir) : nullptr;
+  if (!entity) throwRangeException("null ValidPtr");
+  entity->mirrorIs(true);
+  Entity::MirrorWriteScope scope;
+  dir.entryIs(name, entity);
+  return entity;
+}
+
+void MountMirror::applyAttributes(Entity& entity, NboAttrLog::Message const& frame) {
+  TypeDescriptor const& type = entity.fwkType();
+  Entity::MirrorWriteScope scope;
+  for (auto const& a : frame.attributes) {
+    auto const* attribute = type.attribute(a.id);
+    if (!attribute || !attribute->write) continue;
+    try {
+      attribute->write(entity, a.text);
+    } catch (std::exception const& e) {
+      ZET_TRACE_AT("MountFacility", 1) << entity.fullName() << ": attribute " << attribute->name
+                                       << " cannot take '" << a.text << "': " << e.what();
+    }
+  }
+}
+
+void MountMirror::remember(uint32_t id, Ptr<Entity> const& entity) {
+  byId_[id] = entity;
+  idOf_[entity.ptr()] = id;
+}
+
+void MountMirror::forgetSubtree(Entity& top) {
+  std::vector<Ptr<Entity>> pending{Ptr<Entity>(&top)};
+  while (!pending.empty()) {
+    Ptr<Entity> entity = std::move(pending.back());
+    pending.pop_back();
+    auto found = idOf_.find(entity.ptr());
+    if (found == idOf_.end()) continue;
+    if (auto* dir = dynamic_cast<Dir*>(entity.ptr()))
+      for (auto const& member : dir->entries())
+        if (Entity* child = member.value()->entity().ptr(); child && idOf_.count(child)) pending.emplace_back(child);
+    byId_.erase(found->second);
+    idOf_.erase(found);
+  }
+}
+
+void MountMirror::takeOut(Entity& entity) {
+  auto* dir = dynamic_cast<Dir*>(entity.parent());
+  if (!dir) return;
+  Ptr<Dir::Entry> entry = dir->entry(entity.name());
+  if (!entry || entry->entity().ptr() != &entity) return;
+  Entity::MirrorWriteScope scope;
+  dir->entryDel(entity.name());
+}
+
+}  // namespace Zet

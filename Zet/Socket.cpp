@@ -1,0 +1,184 @@
+#include "Zet/Socket.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "Zet/Exception.h"
+#include "Zet/Format.h"
+#include "Zet/System.h"
+
+namespace Zet {
+
+SocketFd& SocketFd::operator=(SocketFd&& o) noexcept {
+  if (this != &o) {
+    reset();
+    fd_ = std::exchange(o.fd_, -1);
+  }
+  return *this;
+}
+
+void SocketFd::reset() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+}
+
+namespace Socket {
+namespace {
+
+[[noreturn]] void fail(String8 const& what, int error) {
+  throw Exception(format("%s: %s", what.charPtr(), std::strerror(error)));
+}
+
+SocketFd newSocket(int family, String8 const& what) {
+  int fd = ::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) fail(what, errno);
+  return SocketFd(fd);
+}
+
+void noDelay(int fd) {
+  int one = 1;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+}
+
+// The domain-socket address of path; false when the path does not fit.
+bool domainAddress(String8 const& path, sockaddr_un& addr) {
+  std::memset(&addr, 0, sizeof addr);
+  addr.sun_family = AF_UNIX;
+  if (path.isEmpty() || path.size() >= sizeof addr.sun_path) return false;
+  std::memcpy(addr.sun_path, path.charPtr(), path.size());
+  return true;
+}
+
+// Whether a listener answers at the domain socket path.
+bool domainListenerAnswers(sockaddr_un const& addr) {
+  SocketFd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!probe.isOpen()) return false;
+  return ::connect(probe.get(), reinterpret_cast<sockaddr const*>(&addr), sizeof addr) == 0;
+}
+
+// Makes room for a listener at path: a socket file nobody answers on is
+// removed; a live one, or anything else, is refused.
+void clearStaleSocketFile(String8 const& path, sockaddr_un const& addr, String8 const& what) {
+  struct stat st;
+  if (::lstat(path.charPtr(), &st) != 0) return;
+  if (!S_ISSOCK(st.st_mode)) throw Exception(format("%s: the file exists and is not a socket", what.charPtr()));
+  if (domainListenerAnswers(addr))
+    throw Exception(format("%s: another process is listening there", what.charPtr()));
+  ::unlink(path.charPtr());
+}
+
+}  // namespace
+
+String8 tcpBindAddress() {
+  String8 chosen = System::getenv("ZET_ATTRLOG_BIND");
+  return chosen.isEmpty() ? String8("127.0.0.1") : chosen;
+}
+
+SocketFd listenTcp(uint16_t port) {
+  String8 address = tcpBindAddress();
+  String8 what = format("cannot listen on TCP port %u at %s", unsigned(port), address.charPtr());
+  sockaddr_storage storage{};
+  socklen_t size;
+  int family;
+  if (auto* v4 = reinterpret_cast<sockaddr_in*>(&storage); ::inet_pton(AF_INET, address.charPtr(), &v4->sin_addr) == 1) {
+    family = v4->sin_family = AF_INET;
+    v4->sin_port = htons(port);
+    size = sizeof *v4;
+  } else if (auto* v6 = reinterpret_cast<sockaddr_in6*>(&storage);
+             ::inet_pton(AF_INET6, address.charPtr(), &v6->sin6_addr) == 1) {
+    family = v6->sin6_family = AF_INET6;
+    v6->sin6_port = htons(port);
+    size = sizeof *v6;
+  } else {
+    throw Exception(format("%s: ZET_ATTRLOG_BIND is not an IP address", what.charPtr()));
+  }
+  SocketFd fd = newSocket(family, what);
+  int one = 1;
+  ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&storage), size) != 0) fail(what, errno);
+  if (::listen(fd.get(), SOMAXCONN) != 0) fail(what, errno);
+  return fd;
+}
+
+SocketFd listenDomain(String8 const& path) {
+  String8 what = format("cannot listen on domain socket '%s'", path.charPtr());
+  sockaddr_un addr;
+  if (!domainAddress(path, addr)) throw Exception(format("%s: the path is empty or too long", what.charPtr()));
+  clearStaleSocketFile(path, addr, what);
+  SocketFd fd = newSocket(AF_UNIX, what);
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) fail(what, errno);
+  if (::chmod(path.charPtr(), 0600) != 0 || ::listen(fd.get(), SOMAXCONN) != 0) {
+    int error = errno;
+    ::unlink(path.charPtr());
+    fail(what, error);
+  }
+  return fd;
+}
+
+Connecting connectTo(EntityUri const& endpoint) {
+  Connecting result;
+  if (endpoint.scheme() == EntityUri::Scheme::domainSocket) {
+    String8 what = format("cannot connect to domain socket '%s'", endpoint.socketPath().charPtr());
+    sockaddr_un addr;
+    if (!domainAddress(endpoint.socketPath(), addr))
+      throw Exception(format("%s: the path is empty or too long", what.charPtr()));
+    result.fd = newSocket(AF_UNIX, what);
+    if (::connect(result.fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) return result;
+    if (errno != EINPROGRESS && errno != EAGAIN) fail(what, errno);
+    result.connecting = true;
+    return result;
+  }
+  if (endpoint.scheme() != EntityUri::Scheme::tcp || !endpoint.isValid())
+    throw Exception(format("cannot connect to '%s': not a tcp:// or unix:// URI", endpoint.text().charPtr()));
+  String8 what = format("cannot connect to %s port %u", endpoint.host().charPtr(), unsigned(endpoint.port()));
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  String8 service = format("%u", unsigned(endpoint.port()));
+  // Names resolve through the system's resolver; hosts given as addresses
+  // (the usual case for agents on one machine) never wait on it.
+  if (int rc = ::getaddrinfo(endpoint.host().charPtr(), service.charPtr(), &hints, &found); rc != 0)
+    throw Exception(format("%s: %s", what.charPtr(), ::gai_strerror(rc)));
+  std::unique_ptr<addrinfo, void (*)(addrinfo*)> hold(found, ::freeaddrinfo);
+  result.fd = newSocket(found->ai_family, what);
+  noDelay(result.fd.get());
+  if (::connect(result.fd.get(), found->ai_addr, found->ai_addrlen) == 0) return result;
+  if (errno != EINPROGRESS) fail(what, errno);
+  result.connecting = true;
+  return result;
+}
+
+int finishConnect(int fd) {
+  int error = 0;
+  socklen_t size = sizeof error;
+  if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
+  return error;
+}
+
+SocketFd acceptFrom(int listenFd) {
+  int fd = ::accept4(listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (fd >= 0) noDelay(fd);
+  return SocketFd(fd);
+}
+
+std::optional<uid_t> peerUid(int fd) {
+  ucred cred{};
+  socklen_t size = sizeof cred;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &size) != 0) return std::nullopt;
+  return cred.uid;
+}
+
+}  // namespace Socket
+}  // namespace Zet

@@ -1,0 +1,375 @@
+// Mounts between real processes: attrlog_peer serves its tree on real
+// sockets, this process mounts from it through the mount facility, and every
+// state and code of the mount status comes from a real cause.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "Zet/Socket.h"
+#include "Zet/Zet.h"
+#include "tests/peer/Gauge.h"
+#include "tests/peer/PeerProcess.h"
+
+namespace Zet {
+namespace {
+
+using Test::Gauge;
+using Test::PeerProcess;
+
+// A TCP port nobody listens on right now.
+uint16_t freePort() {
+  SocketFd fd(::socket(AF_INET, SOCK_STREAM, 0));
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof addr;
+  ::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), size);
+  ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&addr), &size);
+  return ntohs(addr.sin_port);
+}
+
+// A fresh directory for socket files, short enough for a socket path.
+std::string socketDir() {
+  char pattern[] = "/tmp/zetmountXXXXXX";
+  return ::mkdtemp(pattern);
+}
+
+std::string percentEncoded(std::string const& path) {
+  std::string out;
+  for (char c : path) out += c == '/' ? std::string("%2F") : std::string(1, c);
+  return out;
+}
+
+struct Source {
+  std::string tcp(uint16_t port, std::string const& path) const {
+    return "tcp://127.0.0.1:" + std::to_string(port) + path;
+  }
+  std::string unix(std::string const& socket, std::string const& path) const {
+    return "unix://" + percentEncoded(socket) + path;
+  }
+} source;
+
+bool waitFor(std::function<bool()> const& done, double seconds = 10) {
+  return ActivityFacility::loop().runUntil(done, seconds);
+}
+
+Ptr<MountConfig> mount(std::string const& name, std::string const& source0, std::string const& target,
+                       std::string const& source1 = "") {
+  auto config = MountFacility::mountConfigDir()->mountConfigIs(Name(String8(name)), EntityUri(String8(source0)),
+                                                                EntityUri(String8(source1)));
+  config->targetNameIs(EntityUriPath(String8(target)));
+  return config;
+}
+
+Ptr<MountStatus> statusOf(std::string const& name) {
+  return MountFacility::mountStatusDir()->mountStatus(Name(String8(name)));
+}
+
+bool reaches(std::string const& name, MountStatus::State state, double seconds = 10) {
+  return waitFor([&] { return statusOf(name) && statusOf(name)->state() == state; }, seconds);
+}
+
+void unmount(std::string const& name) {
+  MountFacility::mountConfigDir()->mountConfigDel(Name(String8(name)));
+  ActivityFacility::loop().runUntilIdle();
+}
+
+Ptr<Gauge> gaugeAt(std::string const& path) { return ptr_cast<Gauge>(globalDir()->entityRef(std::string_view(path))); }
+
+struct ValueLog : Gauge::NotifieeConst {
+  std::vector<uint64_t> seen;
+  void onValue() override { seen.push_back(notifier()->value()); }
+};
+
+TEST(Mount, OverTcpAndDomainSocketTheMirrorFollowsTheSource) {
+  PeerProcess peer;
+  uint16_t port = freePort();
+  std::string socket = socketDir() + "/peer.sock";
+  ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  ASSERT_EQ(peer("gauge /shared/load 7"), "ok");
+  ASSERT_EQ(peer("gauge /shared/sub/deep 8"), "ok");
+
+  mount("overTcp", source.tcp(port, "/shared"), "/mnt/tcp/shared");
+  mount("overSocket", source.unix(socket, "/shared/load"), "/mnt/unix/load");
+  ASSERT_TRUE(reaches("overTcp", MountStatus::complete));
+  ASSERT_TRUE(reaches("overSocket", MountStatus::complete));
+
+  EXPECT_EQ(statusOf("overTcp")->currentSource().text().view(), source.tcp(port, "/shared"));
+  EXPECT_EQ(statusOf("overTcp")->code(), MountStatus::ok);
+  EXPECT_EQ(statusOf("overTcp")->mountedEntity(), globalDir()->entityRef("/mnt/tcp/shared"));
+  EXPECT_EQ(gaugeAt("/mnt/tcp/shared/load")->value(), 7u);
+  EXPECT_EQ(gaugeAt("/mnt/tcp/shared/sub/deep")->value(), 8u);
+  Ptr<Gauge> overSocket = gaugeAt("/mnt/unix/load");
+  ASSERT_TRUE(overSocket);
+  EXPECT_EQ(statusOf("overSocket")->mountedEntity(), overSocket);
+
+  // A change at the source fires the mirror's own notification.
+  ValueLog log;
+  log.notifierIs(overSocket);
+  ASSERT_EQ(peer("gauge /shared/load 9"), "ok");
+  ASSERT_TRUE(waitFor([&] { return !log.seen.empty(); }));
+  EXPECT_EQ(log.seen, std::vector<uint64_t>{9});
+  EXPECT_TRUE(waitFor([&] { return gaugeAt("/mnt/tcp/shared/load")->value() == 9; }));
+
+  // Entities added and removed at the source come and go in the mirror.
+  ASSERT_EQ(peer("gauge /shared/sub/fresh 1"), "ok");
+  ASSERT_EQ(peer("del /shared/sub/deep"), "ok");
+  EXPECT_TRUE(waitFor([&] { return gaugeAt("/mnt/tcp/shared/sub/fresh") && !gaugeAt("/mnt/tcp/shared/sub/deep"); }));
+
+  // The mirror belongs to its source.
+  EXPECT_THROW(overSocket->valueIs(1), PermissionException);
+  EXPECT_THROW(ptr_cast<Dir>(globalDir()->entityRef("/mnt/tcp/shared"))->entryDel("load"), PermissionException);
+  EXPECT_EQ(overSocket->value(), 9u);
+
+  // A new round is a new snapshot into the same mirror entities.
+  MountFacility::mountConfigDir()->mountConfig("overSocket")->nextRoundIs(3);
+  EXPECT_TRUE(waitFor([&] { return statusOf("overSocket")->round() == 3; }));
+  EXPECT_EQ(gaugeAt("/mnt/unix/load"), overSocket);
+
+  // Unmounting removes or leaves the mirror, as the unmount type says; what
+  // is left is an ordinary local entity again.
+  MountFacility::mountConfigDir()->mountConfig("overTcp")->unmountTypeIs(MountConfig::stateRemoving);
+  unmount("overTcp");
+  unmount("overSocket");
+  EXPECT_FALSE(globalDir()->entityRef("/mnt/tcp/shared"));
+  EXPECT_NO_THROW(overSocket->valueIs(10));
+}
+
+TEST(Mount, AnEntityNotThereYetIsMountedWhenItAppears) {
+  PeerProcess peer;
+  uint16_t port = freePort();
+  ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
+  mount("later", source.tcp(port, "/later/gauge"), "/mnt/later");
+  ASSERT_TRUE(reaches("later", MountStatus::failed));
+  EXPECT_EQ(statusOf("later")->code(), MountStatus::entityNotFound);
+
+  ASSERT_EQ(peer("gauge /later/gauge 5"), "ok");
+  ASSERT_TRUE(reaches("later", MountStatus::complete));
+  EXPECT_EQ(gaugeAt("/mnt/later")->value(), 5u);
+
+  // And when it leaves the source, the mount fails the same way again.
+  ASSERT_EQ(peer("del /later/gauge"), "ok");
+  ASSERT_TRUE(reaches("later", MountStatus::failed));
+  EXPECT_EQ(statusOf("later")->code(), MountStatus::entityNotFound);
+  unmount("later");
+}
+
+TEST(Mount, ALostSourceIsDisconnectedAndTheBackupTakesOverAndBack) {
+  uint16_t mainPort = freePort(), backupPort = freePort();
+  auto main = std::make_unique<PeerProcess>();
+  PeerProcess backup;
+  ASSERT_EQ((*main)("listen-port " + std::to_string(mainPort)), "ok");
+  ASSERT_EQ(backup("listen-port " + std::to_string(backupPort)), "ok");
+  ASSERT_EQ((*main)("gauge /g 1"), "ok");
+  ASSERT_EQ(backup("gauge /g 2"), "ok");
+  std::string mainSource = source.tcp(mainPort, "/g"), backupSource = source.tcp(backupPort, "/g");
+
+  // Without a backup the mirror stays, stale, or goes, as the unmount type says.
+  mount("kept", mainSource, "/mnt/kept");
+  auto removing = mount("removed", mainSource, "/mnt/removed");
+  removing->unmountTypeIs(MountConfig::stateRemoving);
+  auto failing = mount("failing", mainSource, "/mnt/failing", backupSource);
+  ASSERT_TRUE(reaches("kept", MountStatus::complete) && reaches("removed", MountStatus::complete) &&
+              reaches("failing", MountStatus::complete));
+  EXPECT_EQ(statusOf("failing")->currentSource().text().view(), mainSource);
+
+  main->kill();
+  ASSERT_TRUE(reaches("kept", MountStatus::failed));
+  EXPECT_EQ(statusOf("kept")->code(), MountStatus::disconnected);
+  EXPECT_EQ(gaugeAt("/mnt/kept")->value(), 1u);
+  ASSERT_TRUE(reaches("removed", MountStatus::failed));
+  EXPECT_FALSE(globalDir()->entityRef("/mnt/removed"));
+  EXPECT_FALSE(statusOf("removed")->mountedEntity());
+
+  // The mount with a backup moves over to it...
+  ASSERT_TRUE(waitFor([&] {
+    return statusOf("failing")->state() == MountStatus::complete &&
+           statusOf("failing")->currentSource().text().view() == backupSource;
+  }));
+  EXPECT_EQ(gaugeAt("/mnt/failing")->value(), 2u);
+
+  // ...and back when the backup goes and the main source is there again.
+  main = std::make_unique<PeerProcess>();
+  ASSERT_EQ((*main)("listen-port " + std::to_string(mainPort)), "ok");
+  ASSERT_EQ((*main)("gauge /g 3"), "ok");
+  backup.kill();
+  ASSERT_TRUE(waitFor([&] {
+    return statusOf("failing")->state() == MountStatus::complete &&
+           statusOf("failing")->currentSource().text().view() == mainSource;
+  }));
+  EXPECT_EQ(gaugeAt("/mnt/failing")->value(), 3u);
+  // The mount without a backup comes back by itself, into its stale mirror.
+  ASSERT_TRUE(reaches("kept", MountStatus::complete));
+  EXPECT_EQ(gaugeAt("/mnt/kept")->value(), 3u);
+  for (auto name : {"kept", "removed", "failing"}) unmount(name);
+}
+
+// A server made by hand: it accepts and then does what `answer` says.
+struct HandMadeServer {
+  explicit HandMadeServer(std::function<void(int)> answer) : onAccept(std::move(answer)) {
+    listener = SocketFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof addr;
+    ::bind(listener.get(), reinterpret_cast<sockaddr*>(&addr), size);
+    ::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&addr), &size);
+    port = ntohs(addr.sin_port);
+    ::listen(listener.get(), 8);
+    ActivityFacility::loop().fdWatcherIs(listener.get(), ActivityLoop::kReadable, [this](unsigned) {
+      int fd = ::accept(listener.get(), nullptr, nullptr);
+      if (fd < 0) return;
+      accepted.emplace_back(fd);
+      onAccept(fd);
+    });
+  }
+  ~HandMadeServer() { ActivityFacility::loop().fdWatcherDel(listener.get()); }
+  SocketFd listener;
+  uint16_t port = 0;
+  std::vector<SocketFd> accepted;
+  std::function<void(int)> onAccept;
+};
+
+TEST(Mount, ASourceThatNeverAnswersTimesOut) {
+  HandMadeServer silent([](int) {});
+  auto config = mount("silent", source.tcp(silent.port, "/x"), "/mnt/silent");
+  config->initTimeoutPeriodIs(0.2);
+  ASSERT_TRUE(reaches("silent", MountStatus::inProgress));
+  ASSERT_TRUE(reaches("silent", MountStatus::failed));
+  EXPECT_EQ(statusOf("silent")->code(), MountStatus::timedOut);
+  unmount("silent");
+}
+
+TEST(Mount, AServerOfAnotherProtocolVersionIsAnError) {
+  HandMadeServer future([](int fd) {
+    std::string hello("\0\0\0\x07\x01ZATL\0\x02", 11);
+    EXPECT_EQ(::write(fd, hello.data(), hello.size()), 11);
+  });
+  mount("future", source.tcp(future.port, "/x"), "/mnt/future");
+  ASSERT_TRUE(reaches("future", MountStatus::error));
+  EXPECT_EQ(statusOf("future")->code(), MountStatus::protocolVersionMismatch);
+  unmount("future");
+}
+
+TEST(Mount, APeerOfAnotherUserIsRefused) {
+  PeerProcess peer({"ZET_ATTRLOG_PEER_UIDS=4000000"});
+  std::string socket = socketDir() + "/strict.sock";
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  ASSERT_EQ(peer("gauge /g 1"), "ok");
+  mount("refused", source.unix(socket, "/g"), "/mnt/refused");
+  ASSERT_TRUE(reaches("refused", MountStatus::error));
+  EXPECT_EQ(statusOf("refused")->code(), MountStatus::permissionDenied);
+  EXPECT_FALSE(globalDir()->entityRef("/mnt/refused"));
+  unmount("refused");
+}
+
+TEST(Mount, ATypeThisProcessCannotMakeIsAnExceptionOrFailsItsGroup) {
+  PeerProcess peer;
+  uint16_t port = freePort();
+  ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
+  ASSERT_EQ(peer("secret /alone"), "ok");
+  ASSERT_EQ(peer("gauge /group/known 1"), "ok");
+  ASSERT_EQ(peer("secret /group/unknown"), "ok");
+  mount("alone", source.tcp(port, "/alone"), "/mnt/alone");
+  auto group = mount("group", source.tcp(port, "/group"), "/mnt/group");
+  group->aggMountIs(true);
+  ASSERT_TRUE(reaches("alone", MountStatus::error));
+  EXPECT_EQ(statusOf("alone")->code(), MountStatus::exception);
+  ASSERT_TRUE(reaches("group", MountStatus::error));
+  EXPECT_EQ(statusOf("group")->code(), MountStatus::groupCode);
+  unmount("alone");
+  unmount("group");
+}
+
+TEST(Mount, ASlowPeerCostsTheServerNoMoreThanItsBound) {
+  PeerProcess peer({"ZET_ATTRLOG_MAX_PENDING=262144"});
+  std::string socket = socketDir() + "/slow.sock";
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  ASSERT_EQ(peer("fill /slow 100"), "ok");
+
+  // A reader that subscribes and then never reads.
+  SocketFd reader(::socket(AF_UNIX, SOCK_STREAM, 0));
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::strcpy(addr.sun_path, socket.c_str());
+  ASSERT_EQ(::connect(reader.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  std::string frames;
+  NboAttrLog::FrameWriter writer(frames);
+  writer.hello();
+  writer.subscribe(1, "/slow");
+  ASSERT_EQ(::write(reader.get(), frames.data(), frames.size()), ssize_t(frames.size()));
+
+  // Two million writes to one entity are conflated: the peer stays.
+  ASSERT_EQ(peer("spin /slow/g1 2000000"), "ok");
+  ASSERT_EQ(peer("figures").rfind("sessions 1 ", 0), 0u);
+  auto pending = [&] { return std::stoul(peer("figures").substr(peer("figures").find("pending ") + 8)); };
+  EXPECT_LE(pending(), 262144u + 256 * 1024);
+
+  // Entities coming and going cannot be conflated: past the bound the peer
+  // is let go.
+  ASSERT_EQ(peer("churn /slow 100000"), "ok");
+  EXPECT_EQ(peer("figures"), "sessions 0 pending 0");
+}
+
+TEST(Mount, AThousandMountsShareOneConnection) {
+  PeerProcess peer;
+  uint16_t port = freePort();
+  ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
+  ASSERT_EQ(peer("fill /many 1000"), "ok");
+  for (int i = 0; i < 1000; ++i)
+    mount("many" + std::to_string(i), source.tcp(port, "/many/g" + std::to_string(i)), "/mnt/many/g" + std::to_string(i));
+  ASSERT_TRUE(waitFor([] {
+    for (int i = 0; i < 1000; ++i)
+      if (statusOf("many" + std::to_string(i))->state() != MountStatus::complete) return false;
+    return true;
+  }));
+  EXPECT_EQ(gaugeAt("/mnt/many/g999")->value(), 999u);
+  EXPECT_EQ(peer("figures").rfind("sessions 1 ", 0), 0u);
+  for (int i = 0; i < 1000; ++i) unmount("many" + std::to_string(i));
+  EXPECT_TRUE(waitFor([&] { return peer("figures").rfind("sessions 0 ", 0) == 0; }));
+}
+
+TEST(Mount, ListenersReportWhatStopsThemAndNeverStealALiveSocket) {
+  std::vector<std::string> lines;
+  auto previous = Trace::sinkIs([&](std::string_view, int, std::string_view line) { lines.emplace_back(line); });
+  PeerProcess peer;
+  std::string socket = socketDir() + "/taken.sock";
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  NboAttrLog::connectionDir()->listenDomainSockIs(String8(socket));
+  NboAttrLog::connectionDir()->listenDomainSockIs("/nonexistent-dir/x.sock");
+  Trace::sinkIs(previous);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], "attribute-log service: cannot listen on domain socket '" + socket +
+                          "': another process is listening there");
+  EXPECT_EQ(lines[1],
+            "attribute-log service: cannot listen on domain socket '/nonexistent-dir/x.sock': No such file or directory");
+  NboAttrLog::connectionDir()->listenDomainSockIs("");
+
+  // A file left by a listener that died is taken over, owner-only, and
+  // removed when the listener closes; this process then mounts from itself.
+  peer.kill();
+  NboAttrLog::connectionDir()->listenDomainSockIs(String8(socket));
+  struct stat st;
+  ASSERT_EQ(::stat(socket.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  globalDir()->dirIs("home")->entityIs("g", "Test::Gauge");
+  mount("self", source.unix(socket, "/home/g"), "/mnt/self");
+  ASSERT_TRUE(reaches("self", MountStatus::complete));
+  unmount("self");
+  NboAttrLog::connectionDir()->listenDomainSockIs("");
+  EXPECT_NE(::access(socket.c_str(), F_OK), 0);
+}
+
+}  // namespace
+}  // namespace Zet

@@ -1,0 +1,126 @@
+// A serving process for the mount tests and benchmarks: it exports its
+// entity tree through the attribute-log service and changes the tree as
+// told, one command per line on standard input, answering each with one
+// line on standard output ("ok", or what was asked for).
+//
+//   listen-port N | listen-sock PATH     where the service listens
+//   gauge PATH VALUE                     a Test::Gauge at PATH (made with its
+//                                        directories when absent) set to VALUE
+//   secret PATH                          an entity of a type only this process knows
+//   fill DIR N                           gauges g0 .. gN-1 in DIR
+//   spin PATH N                          the gauge's value set N times in a row
+//   churn DIR N                          N gauges added to DIR and removed again
+//   del PATH                             the entry at PATH removed
+//   figures                              "sessions S pending P"
+//   quit
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+
+#include "Zet/Zet.h"
+#include "tests/peer/Gauge.h"
+
+namespace {
+
+using namespace Zet;
+
+class Secret : public Entity {
+ public:
+  Secret(Name const& name, Entity* parent) : Entity(name, parent) {}
+  TypeDescriptor const& fwkType() const override;
+};
+Ptr<Entity> secretFactory(Name const& name, Entity* parent) { return new Secret(name, parent); }
+TypeDescriptor const secretType{"Test::Secret", secretFactory, {}, {}};
+ZET_REGISTER_TYPE(secretType);
+TypeDescriptor const& Secret::fwkType() const { return secretType; }
+
+// The directory holding PATH's last name (made when absent) and that name.
+std::pair<Ptr<Dir>, Name> place(std::string const& path) {
+  EntityUriPath p{String8(path)};
+  Ptr<Dir> dir = globalDir();
+  for (size_t i = 0; i + 1 < p.names(); ++i) dir = dir->dirIs(p.name(i));
+  return {dir, p.name(p.names() - 1)};
+}
+
+Ptr<Test::Gauge> gaugeAt(std::string const& path) {
+  auto [dir, name] = place(path);
+  if (auto existing = ptr_cast<Test::Gauge>(dir->entityRef(name))) return existing;
+  return ptr_cast<Test::Gauge>(dir->entityIs(name, "Test::Gauge"));
+}
+
+std::string run(std::string const& line) {
+  std::istringstream in(line);
+  std::string command, path;
+  uint64_t n = 0;
+  in >> command;
+  if (command == "listen-port") {
+    in >> n;
+    NboAttrLog::connectionDir()->listenPortIs(static_cast<unsigned short>(n));
+  } else if (command == "listen-sock") {
+    in >> path;
+    NboAttrLog::connectionDir()->listenDomainSockIs(String8(path));
+  } else if (command == "gauge") {
+    in >> path >> n;
+    gaugeAt(path)->valueIs(n);
+  } else if (command == "secret") {
+    in >> path;
+    auto [dir, name] = place(path);
+    dir->entityIs(name, "Test::Secret");
+  } else if (command == "fill") {
+    in >> path >> n;
+    for (uint64_t i = 0; i < n; ++i) gaugeAt(path + "/g" + std::to_string(i))->valueIs(i);
+  } else if (command == "spin") {
+    in >> path >> n;
+    Ptr<Test::Gauge> gauge = gaugeAt(path);
+    for (uint64_t i = 1; i <= n; ++i) gauge->valueIs(gauge->value() + 1);
+  } else if (command == "churn") {
+    in >> path >> n;
+    Ptr<Dir> dir = place(path + "/x").first;
+    for (uint64_t i = 0; i < n; ++i) {
+      Name name{String8("c" + std::to_string(i))};
+      dir->entityIs(name, "Test::Gauge");
+      dir->entryDel(name);
+    }
+  } else if (command == "del") {
+    in >> path;
+    auto [dir, name] = place(path);
+    dir->entryDel(name);
+  } else if (command == "figures") {
+    auto figures = NboAttrLog::serviceFigures();
+    return "sessions " + std::to_string(figures.sessions) + " pending " + std::to_string(figures.pendingBytes);
+  } else if (command == "quit") {
+    ActivityFacility::loop().stop();
+  } else {
+    return "unknown command: " + line;
+  }
+  return "ok";
+}
+
+}  // namespace
+
+int main() {
+  std::string pending;
+  ActivityLoop& loop = ActivityFacility::loop();
+  loop.fdWatcherIs(STDIN_FILENO, ActivityLoop::kReadable, [&](unsigned) {
+    char buffer[4096];
+    ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (n <= 0) return loop.stop();
+    pending.append(buffer, size_t(n));
+    for (size_t end; (end = pending.find('\n')) != std::string::npos; pending.erase(0, end + 1)) {
+      std::string answer;
+      try {
+        answer = run(pending.substr(0, end));
+      } catch (std::exception const& e) {
+        answer = std::string("error: ") + e.what();
+      }
+      std::printf("%s\n", answer.c_str());
+      std::fflush(stdout);
+    }
+  });
+  loop.run();
+  loop.fdWatcherDel(STDIN_FILENO);
+  return 0;
+}
