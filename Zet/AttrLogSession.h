@@ -20,7 +20,7 @@
 namespace Zet {
 namespace NboAttrLog {
 
-class AttrLogSession : private AttrLogStream::Handler, private ServedTree::Outlet {
+class AttrLogSession final : private AttrLogStream::Handler, private ServedTree::Outlet {
  public:
   // Told once when the session has ended and may be destroyed (not from
   // within the session's own call stack: the owner defers it).
