@@ -73,10 +73,9 @@ void AttrLogSession::framesAdded() {
   stream_->sendSoon();
 }
 
-void AttrLogSession::onDrained() {
-  // What does not fit goes out with the next slice, once this one has drained.
+void AttrLogSession::onRoom() {
+  // What does not fit goes out with the next slice, once this one has gone.
   for (auto& [subscription, tree] : trees_) tree->writeChanges(kChangeSlice);
-  if (!stream_->out().empty()) stream_->sendSoon();
 }
 
 void AttrLogSession::onStreamClosed(String8 const& reason) {

@@ -36,7 +36,7 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
  private:
   void onMessage(Message const& message) override;
   void onStreamClosed(String8 const& reason) override;
-  void onDrained() override;
+  void onRoom() override;
   std::string& frames() override { return stream_->out(); }
   void framesAdded() override;
   void changesWaiting() override { stream_->sendSoon(); }

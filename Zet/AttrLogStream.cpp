@@ -129,24 +129,24 @@ void AttrLogStream::sendSoon() {
 
 void AttrLogStream::flush() {
   if (!fd_.isOpen() || connecting_) return;
-  while (sent_ < out_.size()) {
+  while (true) {
+    if (sent_ == out_.size()) {
+      out_.clear();
+      sent_ = 0;
+      if (closing_) return close();
+      // Room: the handler may add what it holds back (conflated changes).
+      if (handler_) handler_->onRoom();
+      if (out_.empty()) return watchFor(ActivityLoop::kReadable);
+    }
     ssize_t n = ::send(fd_.get(), out_.data() + sent_, out_.size() - sent_, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n > 0) {
       sent_ += size_t(n);
-      continue;
+    } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      return watchFor(ActivityLoop::kReadable | ActivityLoop::kWritable);
+    } else if (n < 0 && errno != EINTR) {
+      return fail(format("writing to %s failed: %s", peer_.charPtr(), std::strerror(errno)));
     }
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      watchFor(ActivityLoop::kReadable | ActivityLoop::kWritable);
-      return;
-    }
-    return fail(format("writing to %s failed: %s", peer_.charPtr(), std::strerror(errno)));
   }
-  out_.clear();
-  sent_ = 0;
-  if (closing_) return close();
-  watchFor(ActivityLoop::kReadable);
-  if (handler_) handler_->onDrained();
 }
 
 void AttrLogStream::fail(String8 const& reason) {

@@ -27,8 +27,10 @@ class AttrLogStream : public PtrInterface {
     virtual void onMessage(Message const& message) = 0;
     // The stream has ended; reason says why, for traces and statuses.
     virtual void onStreamClosed(String8 const& reason) = 0;
-    // Everything written so far has gone out.
-    virtual void onDrained() {}
+    // Everything written so far has gone out (or nothing was written): the
+    // handler may write what it has held back. Called again as long as it
+    // writes something and the socket takes it.
+    virtual void onRoom() {}
 
    protected:
     ~Handler() = default;

@@ -9,6 +9,10 @@
 //   secret PATH                          an entity of a type only this process knows
 //   fill DIR N                           gauges g0 .. gN-1 in DIR
 //   spin PATH N                          the gauge's value set N times in a row
+//   pump PATH N K                        the gauge's value raised N times, K per
+//                                        loop turn (answers at once)
+//   reflect SOURCE PATH                  mounts the gauge at SOURCE and copies
+//                                        each value it takes to the gauge at PATH
 //   churn DIR N                          N gauges added to DIR and removed again
 //   del PATH                             the entry at PATH removed
 //   figures                              "sessions S pending P"
@@ -18,7 +22,9 @@
 
 #include <cstdio>
 #include <sstream>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "Zet/Zet.h"
 #include "tests/peer/Gauge.h"
@@ -36,6 +42,30 @@ Ptr<Entity> secretFactory(Name const& name, Entity* parent) { return new Secret(
 TypeDescriptor const secretType{"Test::Secret", secretFactory, {}, {}};
 ZET_REGISTER_TYPE(secretType);
 TypeDescriptor const& Secret::fwkType() const { return secretType; }
+
+// Raises a gauge a number of times, a few per loop turn, so the service
+// flushes between turns as it would under a steady stream of writes.
+void pump(Ptr<Test::Gauge> gauge, uint64_t left, uint64_t perTurn) {
+  for (uint64_t i = 0; i < perTurn && left > 0; ++i, --left) gauge->valueIs(gauge->value() + 1);
+  if (left > 0) ActivityFacility::loop().deferredCallIs([=] { pump(gauge, left, perTurn); });
+}
+
+// Copies the value of a mounted gauge to a local one, as soon as it comes.
+class Reflector : public MountStatus::NotifieeConst, public Test::Gauge::NotifieeConst {
+ public:
+  Reflector(Ptr<MountStatus> const& status, Ptr<Test::Gauge> copy) : copy_(std::move(copy)) {
+    MountStatus::NotifieeConst::notifierIs(status);
+  }
+  void onState() override {
+    auto mirror = ptr_cast<Test::Gauge>(MountStatus::NotifieeConst::notifier()->mountedEntity());
+    if (mirror) Test::Gauge::NotifieeConst::notifierIs(mirror);
+  }
+  void onValue() override { copy_->valueIs(Test::Gauge::NotifieeConst::notifier()->value()); }
+
+ private:
+  Ptr<Test::Gauge> copy_;
+};
+std::vector<std::unique_ptr<Reflector>> reflectors;
 
 // The directory holding PATH's last name (made when absent) and that name.
 std::pair<Ptr<Dir>, Name> place(std::string const& path) {
@@ -76,6 +106,17 @@ std::string run(std::string const& line) {
     in >> path >> n;
     Ptr<Test::Gauge> gauge = gaugeAt(path);
     for (uint64_t i = 1; i <= n; ++i) gauge->valueIs(gauge->value() + 1);
+  } else if (command == "pump") {
+    uint64_t perTurn = 1;
+    in >> path >> n >> perTurn;
+    pump(gaugeAt(path), n, perTurn);
+  } else if (command == "reflect") {
+    std::string uri;
+    in >> uri >> path;
+    Name name{String8("reflect" + std::to_string(reflectors.size()))};
+    auto config = MountFacility::mountConfigDir()->mountConfigIs(name, EntityUri(String8(uri)), EntityUri());
+    config->targetNameIs(EntityUriPath(String8("/reflected/" + name.str())));
+    reflectors.push_back(std::make_unique<Reflector>(MountFacility::mountStatusDir()->mountStatus(name), gaugeAt(path)));
   } else if (command == "churn") {
     in >> path >> n;
     Ptr<Dir> dir = place(path + "/x").first;
