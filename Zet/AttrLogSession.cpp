@@ -10,6 +10,8 @@ namespace {
 // Changes are written in slices of this size, so one flush never holds
 // more than this beyond what is already waiting.
 constexpr size_t kChangeSlice = 256 * 1024;
+// Subscriptions one peer may hold at a time.
+constexpr size_t kMaxSubscriptions = 65536;
 
 }  // namespace
 
@@ -22,7 +24,7 @@ AttrLogSession::AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal
     ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << stream_->peer() << ": " << refusal;
     writer.refused(refusal.view());
     stream_->closeAfterSending();
-    ended_(this);
+    finish();
     return;
   }
   writer.hello();
@@ -34,15 +36,24 @@ AttrLogSession::~AttrLogSession() {
   if (stream_->isOpen()) stream_->close();
 }
 
+void AttrLogSession::finish() {
+  if (finished_) return;
+  finished_ = true;
+  // The trees stay until the session is destroyed: one of them may be on the
+  // call stack now. Nothing they write goes out any more.
+  ended_(this);
+}
+
 void AttrLogSession::onMessage(Message const& m) {
   if (!greeted_) return greet(m);
   switch (m.kind) {
     case Kind::subscribe: {
+      if (trees_.size() >= kMaxSubscriptions && !trees_.count(m.subscription))
+        return end(format("%s holds more than %zu subscriptions", stream_->peer().charPtr(), kMaxSubscriptions));
       auto& tree = trees_[m.subscription];
       tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription);
       tree->serve(m.name);
-      stream_->sendSoon();
-      return;
+      return framesAdded();
     }
     case Kind::unsubscribe:
       trees_.erase(m.subscription);
@@ -60,13 +71,13 @@ void AttrLogSession::greet(Message const& m) {
     ZET_TRACE_AT("NboAttrLog", 0) << stream_->peer() << " speaks protocol version " << m.version << ", not "
                                   << kProtocolVersion << "; closing";
     stream_->closeAfterSending();
-    ended_(this);
-    return;
+    return finish();
   }
   greeted_ = true;
 }
 
 void AttrLogSession::framesAdded() {
+  if (finished_) return;
   if (stream_->pendingBytes() > maxPendingBytes_)
     return end(format("%s stays behind: %zu bytes wait to be sent, more than the bound of %zu",
                       stream_->peer().charPtr(), stream_->pendingBytes(), maxPendingBytes_));
@@ -80,15 +91,13 @@ void AttrLogSession::onRoom() {
 
 void AttrLogSession::onStreamClosed(String8 const& reason) {
   ZET_TRACE_AT("NboAttrLog", 1) << "session with " << stream_->peer() << " ended: " << reason;
-  trees_.clear();
-  ended_(this);
+  finish();
 }
 
 void AttrLogSession::end(String8 const& reason) {
   ZET_TRACE_AT("NboAttrLog", 0) << reason << "; disconnecting";
-  trees_.clear();
   stream_->close();
-  ended_(this);
+  finish();
 }
 
 }  // namespace NboAttrLog

@@ -8,7 +8,8 @@
 // that must go out in order (entities added and removed) are written at
 // once, and a peer that lets more than the bound of bytes wait is
 // disconnected, so a slow peer costs bounded memory and never blocks the
-// process.
+// process. The bound counts snapshots too: it must exceed the largest
+// snapshot a peer may ask for. A peer may hold 65536 subscriptions at most.
 
 #include <cstdint>
 #include <memory>
@@ -39,15 +40,21 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
   void onRoom() override;
   std::string& frames() override { return stream_->out(); }
   void framesAdded() override;
-  void changesWaiting() override { stream_->sendSoon(); }
+  void changesWaiting() override {
+    if (!finished_) stream_->sendSoon();
+  }
 
   void greet(Message const& message);
+  // Ends the session with a trace line saying why.
   void end(String8 const& reason);
+  // Tells the owner, once, that the session may be destroyed.
+  void finish();
 
   Ptr<AttrLogStream> stream_;
   size_t maxPendingBytes_;
   Ended ended_;
   bool greeted_ = false;
+  bool finished_ = false;
   std::unordered_map<uint32_t, std::unique_ptr<ServedTree>> trees_;  // by subscription
 };
 

@@ -101,6 +101,7 @@ void Mount::attempt() {
   EntityUri source = this->source(sourceIndex_);
   EntityUriPath const& target = config_->targetName();
   status_->currentSourceIs(source);
+  if (stopped_) return;  // a watcher of the status ended the mount
   if (source.scheme() == EntityUri::Scheme::none || !source.isValid())
     return error(MountStatus::exception, format("source '%s' is not a tcp:// or unix:// URI", source.text().charPtr()));
   if (!target.isAbsolute() || target.names() == 0)
@@ -116,8 +117,6 @@ void Mount::attempt() {
   roundAsked_ = config_->nextRound();
   mirroredTarget_ = target;
   mirror_.roundBegin();
-  status_->codeIs(MountStatus::ok);
-  status_->stateIs(MountStatus::inProgress);
   timeoutTimer_ = loop().timerIs(config_->initTimeoutPeriod(), [alive = std::weak_ptr<Mount*>(alive_)] {
     if (auto mount = alive.lock()) {
       (*mount)->timeoutTimer_ = 0;
@@ -125,6 +124,9 @@ void Mount::attempt() {
                      format("no snapshot within %g s", (*mount)->config_->initTimeoutPeriod()), true);
     }
   });
+  // Last: a watcher of the status may end the mount, which undoes the above.
+  status_->codeIs(MountStatus::ok);
+  status_->stateIs(MountStatus::inProgress);
 }
 
 void Mount::onFrame(NboAttrLog::Message const& frame) {

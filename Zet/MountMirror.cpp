@@ -33,6 +33,8 @@ Entity* MountMirror::byId(uint32_t id) const {
 }
 
 void MountMirror::entityIs(NboAttrLog::Message const& frame, EntityUriPath const& target) {
+  if (byId_.count(frame.id))
+    throw AttrLogRecordException(format("frame gives id %u to a second entity", unsigned(frame.id)));
   Ptr<Entity> entity;
   if (frame.parent == 0) {
     if (target.names() == 0) throwRangeException("the mount target names no entry");

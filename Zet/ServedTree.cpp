@@ -61,7 +61,7 @@ ServedTree::~ServedTree() = default;
 
 void ServedTree::serve(std::string_view path) {
   Ptr<Entity> root = globalDir()->entityRef(path);
-  if (!root) {
+  if (!root || root->isMirror()) {
     FrameWriter(outlet_.frames()).notFound(subscription_);
     return;
   }
@@ -89,7 +89,7 @@ void ServedTree::addSubtree(Entity* top, Node* parent) {
   while (!pending.empty()) {
     auto [entity, above] = pending.back();
     pending.pop_back();
-    if (nodes_.count(entity)) continue;
+    if (nodes_.count(entity) || entity->isMirror()) continue;
     Node& node = newNode(entity, above);
     writeEntity(node);
     if (auto* dir = dynamic_cast<Dir*>(entity))

@@ -10,7 +10,10 @@
 // written when the connection has room, with the values it has then, so a
 // burst of writes to one entity costs one update however long the burst
 // (changes are conflated). An entity met a second time through a link in
-// the tree is written once.
+// the tree is written once. Mirrors of entities mounted from elsewhere are
+// not served again (a peer mounts them from their source): a process that
+// mounts its own tree below itself, or two that mount each other's, would
+// otherwise feed their mirrors back to themselves without end.
 //
 // Attributes go out as their text, generically, from the type descriptor;
 // those the type cannot take back from text (pointers, collections) are not

@@ -322,6 +322,39 @@ TEST(Mount, ASlowPeerCostsTheServerNoMoreThanItsBound) {
   EXPECT_EQ(peer("figures"), "sessions 0 pending 0");
 }
 
+TEST(Mount, AWatcherMayEndTheMountThatFeedsIt) {
+  PeerProcess peer;
+  uint16_t port = freePort();
+  ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
+  ASSERT_EQ(peer("gauge /watched/g 1"), "ok");
+  // The watcher removes the mount config when the value changes, in the
+  // middle of the frames that bring the change.
+  struct Ender : Gauge::NotifieeConst {
+    std::string mountName;
+    void onValue() override { MountFacility::mountConfigDir()->mountConfigDel(Name(String8(mountName))); }
+  };
+  for (auto type : {MountConfig::statePreserving, MountConfig::stateRemoving}) {
+    std::string name = type == MountConfig::stateRemoving ? "endRemoving" : "endPreserving";
+    mount(name, source.tcp(port, "/watched"), "/mnt/" + name)->unmountTypeIs(type);
+    ASSERT_TRUE(reaches(name, MountStatus::complete));
+    Ender ender;
+    ender.mountName = name;
+    ender.notifierIs(gaugeAt("/mnt/" + name + "/g"));
+    ASSERT_EQ(peer("gauge /watched/g " + std::to_string(10 + type)), "ok");
+    ASSERT_TRUE(waitFor([&] { return !statusOf(name); }));
+    ActivityFacility::loop().runUntilIdle();
+    EXPECT_EQ(bool(globalDir()->entityRef(std::string_view("/mnt/" + name))), type == MountConfig::statePreserving);
+  }
+
+  // A chain of directories far deeper than any stack is served, mirrored and
+  // taken away again.
+  ASSERT_EQ(peer("chain /deep 100000"), "ok");
+  mount("deep", source.tcp(port, "/deep"), "/mnt/deep")->unmountTypeIs(MountConfig::stateRemoving);
+  ASSERT_TRUE(reaches("deep", MountStatus::complete, 60));
+  unmount("deep");
+  EXPECT_FALSE(globalDir()->entityRef("/mnt/deep"));
+}
+
 TEST(Mount, AThousandMountsShareOneConnection) {
   PeerProcess peer;
   uint16_t port = freePort();
@@ -364,8 +397,12 @@ TEST(Mount, ListenersReportWhatStopsThemAndNeverStealALiveSocket) {
   ASSERT_EQ(::stat(socket.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
   globalDir()->dirIs("home")->entityIs("g", "Test::Gauge");
-  mount("self", source.unix(socket, "/home/g"), "/mnt/self");
+  mount("self", source.unix(socket, "/home"), "/home/copy");
   ASSERT_TRUE(reaches("self", MountStatus::complete));
+  // The mirror is inside what it mirrors; it is not served back to itself.
+  ActivityFacility::loop().runUntil([] { return false; }, 0.1);
+  EXPECT_TRUE(gaugeAt("/home/copy/g"));
+  EXPECT_FALSE(globalDir()->entityRef("/home/copy/copy"));
   unmount("self");
   NboAttrLog::connectionDir()->listenDomainSockIs("");
   EXPECT_NE(::access(socket.c_str(), F_OK), 0);

@@ -14,6 +14,7 @@
 //   reflect SOURCE PATH                  mounts the gauge at SOURCE and copies
 //                                        each value it takes to the gauge at PATH
 //   churn DIR N                          N gauges added to DIR and removed again
+//   chain DIR N                          directories DIR/d/d/... N deep, a gauge at the bottom
 //   del PATH                             the entry at PATH removed
 //   figures                              "sessions S pending P"
 //   quit
@@ -125,6 +126,11 @@ std::string run(std::string const& line) {
       dir->entityIs(name, "Test::Gauge");
       dir->entryDel(name);
     }
+  } else if (command == "chain") {
+    in >> path >> n;
+    Ptr<Dir> dir = place(path + "/x").first;
+    for (uint64_t i = 0; i < n; ++i) dir = dir->dirIs("d");
+    dir->entityIs("bottom", "Test::Gauge");
   } else if (command == "del") {
     in >> path;
     auto [dir, name] = place(path);
