@@ -191,14 +191,19 @@ void Mount::leaveMirror() {
   status_->mountedEntityIs(mirror_.root());
 }
 
-void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceElsewhere) {
-  if (stopped_) return;
-  ZET_TRACE_AT("MountFacility", 1) << config_->name() << ": failed: " << reason;
+void Mount::endAttemptWith(MountStatus::State state, MountStatus::Code code) {
   cancelTimers();
   endAttempt();
   leaveMirror();
   status_->codeIs(code);
-  status_->stateIs(MountStatus::failed);
+  status_->stateIs(state);
+}
+
+void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceElsewhere) {
+  if (stopped_) return;
+  ZET_TRACE_AT("MountFacility", 1) << config_->name() << ": failed: " << reason;
+  endAttemptWith(MountStatus::failed, code);
+  if (stopped_) return;  // a watcher of the status ended the mount
   if (trySourceElsewhere && !source(1).isEmpty()) sourceIndex_ ^= 1;
   double delay = retryDelay_;
   retryDelay_ = std::min(retryDelay_ * 2, kMaxRetryDelay);
@@ -213,11 +218,7 @@ void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceEl
 void Mount::error(MountStatus::Code code, String8 const& reason) {
   if (stopped_) return;
   ZET_TRACE_AT("MountFacility", 0) << config_->name() << ": error: " << reason;
-  cancelTimers();
-  endAttempt();
-  leaveMirror();
-  status_->codeIs(code);
-  status_->stateIs(MountStatus::error);
+  endAttemptWith(MountStatus::error, code);
 }
 
 }  // namespace Zet

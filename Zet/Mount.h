@@ -66,6 +66,7 @@ class Mount : private MountConfig::NotifieeConst, private MountLink::Subscriber 
   void fail(MountStatus::Code code, String8 const& reason, bool trySourceElsewhere);
   void error(MountStatus::Code code, String8 const& reason);
   void endAttempt();
+  void endAttemptWith(MountStatus::State state, MountStatus::Code code);
   void leaveMirror();
   void unmount();
   void cancelTimers();

@@ -31,6 +31,7 @@
 #include "Zet/Socket.h"
 #include "Zet/Zet.h"
 #include "tests/peer/Gauge.h"
+#include "tests/peer/Loopback.h"
 #include "tests/peer/PeerProcess.h"
 
 namespace {
@@ -40,23 +41,6 @@ using Clock = std::chrono::steady_clock;
 using Test::Gauge;
 
 double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
-
-uint16_t freePort() {
-  SocketFd fd(::socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof addr;
-  ::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), size);
-  ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&addr), &size);
-  return ntohs(addr.sin_port);
-}
-
-std::string encoded(std::string const& path) {
-  std::string out;
-  for (char c : path) out += c == '/' ? std::string("%2F") : std::string(1, c);
-  return out;
-}
 
 bool waitFor(std::function<bool()> const& done, double limit = 60) {
   return ActivityFacility::loop().runUntil(done, limit);
@@ -211,7 +195,7 @@ void redisFigures(Propagation ours, Percentiles oursTcp) {
     std::printf("redis       redis-server is not installed (Debian: redis-server): no side-by-side figures\n");
     return;
   }
-  uint16_t port = freePort();
+  uint16_t port = Test::freePort();
   pid_t server = ::fork();
   if (server == 0) {
     std::string p = std::to_string(port);
@@ -262,14 +246,14 @@ int main() {
   char pattern[] = "/tmp/zetbenchXXXXXX";
   std::string dir = ::mkdtemp(pattern);
   std::string ownSocket = dir + "/bench.sock", peerSocket = dir + "/peer.sock";
-  uint16_t ownPort = freePort(), peerPort = freePort();
+  uint16_t ownPort = Test::freePort(), peerPort = Test::freePort();
   NboAttrLog::connectionDir()->listenDomainSockIs(String8(ownSocket));
   NboAttrLog::connectionDir()->listenPortIs(ownPort);
   Test::PeerProcess peer;
   peer("listen-sock " + peerSocket);
   peer("listen-port " + std::to_string(peerPort));
-  std::string peerUnix = "unix://" + encoded(peerSocket), peerTcp = "tcp://127.0.0.1:" + std::to_string(peerPort);
-  std::string ownUnix = "unix://" + encoded(ownSocket), ownTcp = "tcp://127.0.0.1:" + std::to_string(ownPort);
+  std::string peerUnix = Test::domainSource(peerSocket, ""), peerTcp = Test::tcpSource(peerPort, "");
+  std::string ownUnix = Test::domainSource(ownSocket, ""), ownTcp = Test::tcpSource(ownPort, "");
 
   Propagation viaUnix = propagation(peer, peerUnix, "unix");
   Propagation viaTcp = propagation(peer, peerTcp, "tcp");

@@ -18,6 +18,7 @@
 #include "Zet/Socket.h"
 #include "Zet/Zet.h"
 #include "tests/peer/Gauge.h"
+#include "tests/peer/Loopback.h"
 #include "tests/peer/PeerProcess.h"
 
 namespace Zet {
@@ -26,38 +27,15 @@ namespace {
 using Test::Gauge;
 using Test::PeerProcess;
 
-// A TCP port nobody listens on right now.
-uint16_t freePort() {
-  SocketFd fd(::socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof addr;
-  ::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), size);
-  ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&addr), &size);
-  return ntohs(addr.sin_port);
-}
+using Test::domainSource;
+using Test::freePort;
+using Test::tcpSource;
 
 // A fresh directory for socket files, short enough for a socket path.
 std::string socketDir() {
   char pattern[] = "/tmp/zetmountXXXXXX";
   return ::mkdtemp(pattern);
 }
-
-std::string percentEncoded(std::string const& path) {
-  std::string out;
-  for (char c : path) out += c == '/' ? std::string("%2F") : std::string(1, c);
-  return out;
-}
-
-struct Source {
-  std::string tcp(uint16_t port, std::string const& path) const {
-    return "tcp://127.0.0.1:" + std::to_string(port) + path;
-  }
-  std::string unix(std::string const& socket, std::string const& path) const {
-    return "unix://" + percentEncoded(socket) + path;
-  }
-} source;
 
 bool waitFor(std::function<bool()> const& done, double seconds = 10) {
   return ActivityFacility::loop().runUntil(done, seconds);
@@ -100,12 +78,12 @@ TEST(Mount, OverTcpAndDomainSocketTheMirrorFollowsTheSource) {
   ASSERT_EQ(peer("gauge /shared/load 7"), "ok");
   ASSERT_EQ(peer("gauge /shared/sub/deep 8"), "ok");
 
-  mount("overTcp", source.tcp(port, "/shared"), "/mnt/tcp/shared");
-  mount("overSocket", source.unix(socket, "/shared/load"), "/mnt/unix/load");
+  mount("overTcp", tcpSource(port, "/shared"), "/mnt/tcp/shared");
+  mount("overSocket", domainSource(socket, "/shared/load"), "/mnt/unix/load");
   ASSERT_TRUE(reaches("overTcp", MountStatus::complete));
   ASSERT_TRUE(reaches("overSocket", MountStatus::complete));
 
-  EXPECT_EQ(statusOf("overTcp")->currentSource().text().view(), source.tcp(port, "/shared"));
+  EXPECT_EQ(statusOf("overTcp")->currentSource().text().view(), tcpSource(port, "/shared"));
   EXPECT_EQ(statusOf("overTcp")->code(), MountStatus::ok);
   EXPECT_EQ(statusOf("overTcp")->mountedEntity(), globalDir()->entityRef("/mnt/tcp/shared"));
   EXPECT_EQ(gaugeAt("/mnt/tcp/shared/load")->value(), 7u);
@@ -150,7 +128,7 @@ TEST(Mount, AnEntityNotThereYetIsMountedWhenItAppears) {
   PeerProcess peer;
   uint16_t port = freePort();
   ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
-  mount("later", source.tcp(port, "/later/gauge"), "/mnt/later");
+  mount("later", tcpSource(port, "/later/gauge"), "/mnt/later");
   ASSERT_TRUE(reaches("later", MountStatus::failed));
   EXPECT_EQ(statusOf("later")->code(), MountStatus::entityNotFound);
 
@@ -173,7 +151,7 @@ TEST(Mount, ALostSourceIsDisconnectedAndTheBackupTakesOverAndBack) {
   ASSERT_EQ(backup("listen-port " + std::to_string(backupPort)), "ok");
   ASSERT_EQ((*main)("gauge /g 1"), "ok");
   ASSERT_EQ(backup("gauge /g 2"), "ok");
-  std::string mainSource = source.tcp(mainPort, "/g"), backupSource = source.tcp(backupPort, "/g");
+  std::string mainSource = tcpSource(mainPort, "/g"), backupSource = tcpSource(backupPort, "/g");
 
   // Without a backup the mirror stays, stale, or goes, as the unmount type says.
   mount("kept", mainSource, "/mnt/kept");
@@ -218,14 +196,7 @@ TEST(Mount, ALostSourceIsDisconnectedAndTheBackupTakesOverAndBack) {
 // A server made by hand: it accepts and then does what `answer` says.
 struct HandMadeServer {
   explicit HandMadeServer(std::function<void(int)> answer) : onAccept(std::move(answer)) {
-    listener = SocketFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof addr;
-    ::bind(listener.get(), reinterpret_cast<sockaddr*>(&addr), size);
-    ::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&addr), &size);
-    port = ntohs(addr.sin_port);
+    listener = Test::boundLoopbackSocket(port, SOCK_NONBLOCK);
     ::listen(listener.get(), 8);
     ActivityFacility::loop().fdWatcherIs(listener.get(), ActivityLoop::kReadable, [this](unsigned) {
       int fd = ::accept(listener.get(), nullptr, nullptr);
@@ -243,7 +214,7 @@ struct HandMadeServer {
 
 TEST(Mount, ASourceThatNeverAnswersTimesOut) {
   HandMadeServer silent([](int) {});
-  auto config = mount("silent", source.tcp(silent.port, "/x"), "/mnt/silent");
+  auto config = mount("silent", tcpSource(silent.port, "/x"), "/mnt/silent");
   config->initTimeoutPeriodIs(0.2);
   ASSERT_TRUE(reaches("silent", MountStatus::inProgress));
   ASSERT_TRUE(reaches("silent", MountStatus::failed));
@@ -251,15 +222,32 @@ TEST(Mount, ASourceThatNeverAnswersTimesOut) {
   unmount("silent");
 }
 
-TEST(Mount, AServerOfAnotherProtocolVersionIsAnError) {
+TEST(Mount, AnotherProtocolVersionIsAnErrorAndGarbageEndsTheConnection) {
   HandMadeServer future([](int fd) {
     std::string hello("\0\0\0\x07\x01ZATL\0\x02", 11);
     EXPECT_EQ(::write(fd, hello.data(), hello.size()), 11);
   });
-  mount("future", source.tcp(future.port, "/x"), "/mnt/future");
+  mount("future", tcpSource(future.port, "/x"), "/mnt/future");
   ASSERT_TRUE(reaches("future", MountStatus::error));
   EXPECT_EQ(statusOf("future")->code(), MountStatus::protocolVersionMismatch);
   unmount("future");
+
+  // Bytes that are not frames end that connection, with a trace line, and
+  // the mount tries again; nothing else is touched.
+  std::vector<std::string> lines;
+  Trace::configIs("NboAttrLog/0");
+  auto previous = Trace::sinkIs([&](std::string_view, int, std::string_view line) { lines.emplace_back(line); });
+  HandMadeServer garbage([](int fd) { EXPECT_EQ(::write(fd, "HTTP/1.1 200 OK\r\n", 17), 17); });
+  mount("garbage", tcpSource(garbage.port, "/x"), "/mnt/garbage");
+  bool failed = reaches("garbage", MountStatus::failed);
+  Trace::sinkIs(previous);
+  Trace::configIs("");
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(statusOf("garbage")->code(), MountStatus::disconnected);
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines[0].rfind("malformed frame from 127.0.0.1 port " + std::to_string(garbage.port) + ": frame size", 0), 0u)
+      << lines[0];
+  unmount("garbage");
 }
 
 TEST(Mount, APeerOfAnotherUserIsRefused) {
@@ -267,7 +255,7 @@ TEST(Mount, APeerOfAnotherUserIsRefused) {
   std::string socket = socketDir() + "/strict.sock";
   ASSERT_EQ(peer("listen-sock " + socket), "ok");
   ASSERT_EQ(peer("gauge /g 1"), "ok");
-  mount("refused", source.unix(socket, "/g"), "/mnt/refused");
+  mount("refused", domainSource(socket, "/g"), "/mnt/refused");
   ASSERT_TRUE(reaches("refused", MountStatus::error));
   EXPECT_EQ(statusOf("refused")->code(), MountStatus::permissionDenied);
   EXPECT_FALSE(globalDir()->entityRef("/mnt/refused"));
@@ -281,8 +269,8 @@ TEST(Mount, ATypeThisProcessCannotMakeIsAnExceptionOrFailsItsGroup) {
   ASSERT_EQ(peer("secret /alone"), "ok");
   ASSERT_EQ(peer("gauge /group/known 1"), "ok");
   ASSERT_EQ(peer("secret /group/unknown"), "ok");
-  mount("alone", source.tcp(port, "/alone"), "/mnt/alone");
-  auto group = mount("group", source.tcp(port, "/group"), "/mnt/group");
+  mount("alone", tcpSource(port, "/alone"), "/mnt/alone");
+  auto group = mount("group", tcpSource(port, "/group"), "/mnt/group");
   group->aggMountIs(true);
   ASSERT_TRUE(reaches("alone", MountStatus::error));
   EXPECT_EQ(statusOf("alone")->code(), MountStatus::exception);
@@ -335,7 +323,7 @@ TEST(Mount, AWatcherMayEndTheMountThatFeedsIt) {
   };
   for (auto type : {MountConfig::statePreserving, MountConfig::stateRemoving}) {
     std::string name = type == MountConfig::stateRemoving ? "endRemoving" : "endPreserving";
-    mount(name, source.tcp(port, "/watched"), "/mnt/" + name)->unmountTypeIs(type);
+    mount(name, tcpSource(port, "/watched"), "/mnt/" + name)->unmountTypeIs(type);
     ASSERT_TRUE(reaches(name, MountStatus::complete));
     Ender ender;
     ender.mountName = name;
@@ -349,7 +337,7 @@ TEST(Mount, AWatcherMayEndTheMountThatFeedsIt) {
   // A chain of directories far deeper than any stack is served, mirrored and
   // taken away again.
   ASSERT_EQ(peer("chain /deep 100000"), "ok");
-  mount("deep", source.tcp(port, "/deep"), "/mnt/deep")->unmountTypeIs(MountConfig::stateRemoving);
+  mount("deep", tcpSource(port, "/deep"), "/mnt/deep")->unmountTypeIs(MountConfig::stateRemoving);
   ASSERT_TRUE(reaches("deep", MountStatus::complete, 60));
   unmount("deep");
   EXPECT_FALSE(globalDir()->entityRef("/mnt/deep"));
@@ -361,7 +349,7 @@ TEST(Mount, AThousandMountsShareOneConnection) {
   ASSERT_EQ(peer("listen-port " + std::to_string(port)), "ok");
   ASSERT_EQ(peer("fill /many 1000"), "ok");
   for (int i = 0; i < 1000; ++i)
-    mount("many" + std::to_string(i), source.tcp(port, "/many/g" + std::to_string(i)), "/mnt/many/g" + std::to_string(i));
+    mount("many" + std::to_string(i), tcpSource(port, "/many/g" + std::to_string(i)), "/mnt/many/g" + std::to_string(i));
   ASSERT_TRUE(waitFor([] {
     for (int i = 0; i < 1000; ++i)
       if (statusOf("many" + std::to_string(i))->state() != MountStatus::complete) return false;
@@ -397,7 +385,7 @@ TEST(Mount, ListenersReportWhatStopsThemAndNeverStealALiveSocket) {
   ASSERT_EQ(::stat(socket.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
   globalDir()->dirIs("home")->entityIs("g", "Test::Gauge");
-  mount("self", source.unix(socket, "/home"), "/home/copy");
+  mount("self", domainSource(socket, "/home"), "/home/copy");
   ASSERT_TRUE(reaches("self", MountStatus::complete));
   // The mirror is inside what it mirrors; it is not served back to itself.
   ActivityFacility::loop().runUntil([] { return false; }, 0.1);
