@@ -83,6 +83,7 @@ void AttrLogStream::readAvailable() {
     in_.resize(had + (n > 0 ? size_t(n) : 0));
     if (n > 0) {
       total += size_t(n);
+      if (size_t(n) < kReadChunk) break;  // drained: no need to hear EAGAIN say so
       continue;
     }
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;

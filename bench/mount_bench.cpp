@@ -190,14 +190,16 @@ class RespClient {
   std::string buffer_;
 };
 
-void redisFigures(Propagation ours, Percentiles oursTcp) {
+void redisFigures(Propagation ours, Percentiles oursRoundTrip) {
   if (std::system("command -v redis-server >/dev/null 2>&1") != 0) {
     std::printf("redis       redis-server is not installed (Debian: redis-server): no side-by-side figures\n");
     return;
   }
   uint16_t port = Test::freePort();
+  std::fflush(stdout);  // the child must not write what this process has buffered
   pid_t server = ::fork();
   if (server == 0) {
+    std::freopen("/dev/null", "w", stdout);
     std::string p = std::to_string(port);
     ::execlp("redis-server", "redis-server", "--port", p.c_str(), "--save", "", "--appendonly", "no",
              "--loglevel", "warning", static_cast<char*>(nullptr));
@@ -232,9 +234,14 @@ void redisFigures(Propagation ours, Percentiles oursTcp) {
     }
     subscriber.readUntil(std::string("$7\r\n").append(std::to_string(kMessages)).append("\r\n"));
     double rate = kMessages / seconds(Clock::now() - start);
-    std::printf("redis       pub/sub over TCP: %.2f M messages/s (ours/redis %.2f); one in flight p50 %.1f us, "
-                "p99 %.1f us (ours/redis p50 %.2f)\n",
-                rate / 1e6, ours.writesPerSecond / rate, redis.p50, redis.p99, oursTcp.p50 / redis.p50);
+    // Publish to receive crosses two connections and the server, as our
+    // round trip crosses two connections and the peer: those are compared.
+    std::printf("redis       pub/sub over TCP: %.2f M messages/s, each delivered (ours reflects %.2f M writes/s by "
+                "conflating: ratio %.2f)\n",
+                rate / 1e6, ours.writesPerSecond / 1e6, ours.writesPerSecond / rate);
+    std::printf("redis       one message in flight, publish to receive: p50 %.1f us p99 %.1f us (our round trip: "
+                "ratio p50 %.2f, p99 %.2f)\n",
+                redis.p50, redis.p99, oursRoundTrip.p50 / redis.p50, oursRoundTrip.p99 / redis.p99);
   }
   ::kill(server, SIGTERM);
   ::waitpid(server, nullptr, 0);
@@ -268,7 +275,7 @@ int main() {
   std::printf("latency TCP loopback:  round trip p50 %.1f us p99 %.1f us; one way (half) p50 %.1f us p99 %.1f us\n",
               tcpTrip.p50, tcpTrip.p99, tcpTrip.p50 / 2, tcpTrip.p99 / 2);
   snapshot(peer, peerUnix);
-  redisFigures(viaTcp, {tcpTrip.p50 / 2, tcpTrip.p99 / 2});
+  redisFigures(viaTcp, tcpTrip);
   NboAttrLog::connectionDir()->listenDomainSockIs("");
   return 0;
 }
