@@ -12,19 +12,43 @@ namespace {
 
 ActivityLoop& loop() { return ActivityFacility::loop(); }
 
-// The source path below a prefix: sourceName's path, or its whole text
-// when it is a bare path.
-EntityUri joined(EntityUri const& prefix, EntityUri const& name) {
-  if (name.isEmpty()) return prefix;
-  std::string text(prefix.text().view());
-  while (!text.empty() && text.back() == '/') text.pop_back();
-  std::string_view path = name.scheme() == EntityUri::Scheme::none ? name.text().view() : name.entityPath().text().view();
-  if (!path.starts_with('/')) text += '/';
+// The text of a URI up to its path: "tcp://host:port", "unix://%2Fsock".
+std::string_view endpointText(EntityUri const& uri) {
+  std::string_view text = uri.text().view();
+  size_t authority = text.find("://");
+  size_t path = authority == std::string_view::npos ? 0 : text.find_first_of("/?", authority + 3);
+  return text.substr(0, path == std::string_view::npos ? text.size() : path);
+}
+
+std::string_view withoutTrailingSlash(std::string_view path) {
+  while (!path.empty() && path.back() == '/') path.remove_suffix(1);
+  return path;
+}
+
+// The endpoint of prefix with the path `path` (absolute) below it.
+EntityUri atPath(EntityUri const& prefix, std::string_view path) {
+  std::string text(endpointText(prefix));
+  text += withoutTrailingSlash(prefix.entityPath().text().view());
+  if (!path.empty() && path.front() != '/') text += '/';
   text += path;
   return EntityUri(String8(text));
 }
 
 }  // namespace
+
+// The path of the source entity below the primary prefix: a bare name is
+// that path; a full URI names the entity at the primary source, and its path
+// below the primary prefix's path is taken.
+std::string Mount::pathBelowPrefix(EntityUri const& primary) const {
+  EntityUri const& name = config_->sourceName();
+  if (name.isEmpty()) return {};
+  if (name.scheme() == EntityUri::Scheme::none) return std::string(name.text().view());
+  std::string_view path = name.entityPath().text().view();
+  std::string_view base = withoutTrailingSlash(primary.entityPath().text().view());
+  if (path.starts_with(base) && (path.size() == base.size() || path[base.size()] == '/'))
+    return std::string(path.substr(base.size()));
+  return std::string(path);
+}
 
 Mount::Mount(MountMachinery& machinery, Ptr<MountConfig> const& config, Ptr<MountStatus> status)
     : machinery_(machinery), config_(config), status_(std::move(status)), alive_(std::make_shared<Mount*>(this)) {
@@ -38,9 +62,14 @@ Mount::~Mount() {
 }
 
 EntityUri Mount::source(int index) const {
-  EntityUri const& prefix = index == 0 ? config_->sourcePre0() : config_->sourcePre1();
-  if (!prefix.isEmpty()) return joined(prefix, config_->sourceName());
-  return index == 0 ? config_->source0() : config_->source1();
+  auto prefixOf = [&](int i) -> EntityUri const& {
+    EntityUri const& pre = i == 0 ? config_->sourcePre0() : config_->sourcePre1();
+    return !pre.isEmpty() ? pre : i == 0 ? config_->source0() : config_->source1();
+  };
+  EntityUri const& prefix = prefixOf(index);
+  if (prefix.isEmpty()) return prefix;
+  std::string below = pathBelowPrefix(prefixOf(0));
+  return below.empty() ? prefix : atPath(prefix, below);
 }
 
 void Mount::stop() {

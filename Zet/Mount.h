@@ -15,11 +15,14 @@
 // failure, statePreserving keeps the mirror (stale, still a mirror),
 // stateRemoving takes it away. Raising nextRound asks for a new snapshot.
 //
-// The source of an attempt: when sourcePreN is set, its endpoint, with the
-// path of sourcePreN followed by the path of sourceName; otherwise sourceN
-// itself.
+// The source of attempt N: its prefix (sourcePreN, or sourceN when that is
+// empty) followed by the path of sourceName below the first prefix. A bare
+// sourceName is that path; a full URI names the entity at the first source,
+// and the part of its path below the first prefix's path is used, so the
+// same entity is looked for below the second prefix.
 
 #include <memory>
+#include <string>
 
 #include "Zet/ActivityLoop.h"
 #include "Zet/MountConfig.h"
@@ -58,6 +61,7 @@ class Mount : private MountConfig::NotifieeConst, private MountLink::Subscriber 
   void onFrame(NboAttrLog::Message const& frame) override;
   void onLinkDown(MountStatus::Code code, String8 const& reason) override;
 
+  std::string pathBelowPrefix(EntityUri const& primary) const;
   void restartSoon();
   void attempt();
   void applyEntity(NboAttrLog::Message const& frame);

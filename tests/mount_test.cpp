@@ -193,6 +193,36 @@ TEST(Mount, ALostSourceIsDisconnectedAndTheBackupTakesOverAndBack) {
   for (auto name : {"kept", "removed", "failing"}) unmount(name);
 }
 
+TEST(Mount, ASourceSplitIntoPrefixAndNameIsLookedForBelowEachPrefix) {
+  uint16_t mainPort = freePort(), backupPort = freePort();
+  PeerProcess main, backup;
+  ASSERT_EQ(main("listen-port " + std::to_string(mainPort)), "ok");
+  ASSERT_EQ(backup("listen-port " + std::to_string(backupPort)), "ok");
+  ASSERT_EQ(main("gauge /shared/load 1"), "ok");
+  ASSERT_EQ(backup("gauge /copy/load 2"), "ok");
+  auto config = mount("split", tcpSource(mainPort, "/elsewhere"), "/mnt/split");
+  config->sourcePre0Is(EntityUri(String8(tcpSource(mainPort, "/shared"))));
+  config->sourcePre1Is(EntityUri(String8(tcpSource(backupPort, "/copy/"))));
+  config->sourceNameIs(EntityUri(String8(tcpSource(mainPort, "/shared/load"))));
+  ASSERT_TRUE(reaches("split", MountStatus::complete));
+  EXPECT_EQ(statusOf("split")->currentSource().text().view(), tcpSource(mainPort, "/shared/load"));
+  EXPECT_EQ(gaugeAt("/mnt/split")->value(), 1u);
+
+  main.kill();
+  ASSERT_TRUE(waitFor([&] {
+    return statusOf("split")->state() == MountStatus::complete &&
+           statusOf("split")->currentSource().text().view() == tcpSource(backupPort, "/copy/load");
+  }));
+  EXPECT_EQ(gaugeAt("/mnt/split")->value(), 2u);
+
+  // A bare name is the path below each prefix; the new name is a new attempt.
+  config->sourceNameIs(EntityUri(String8("load")));
+  ASSERT_TRUE(reaches("split", MountStatus::inProgress));
+  ASSERT_TRUE(reaches("split", MountStatus::complete));
+  EXPECT_EQ(statusOf("split")->currentSource().text().view(), tcpSource(backupPort, "/copy/load"));
+  unmount("split");
+}
+
 // A server made by hand: it accepts and then does what `answer` says.
 struct HandMadeServer {
   explicit HandMadeServer(std::function<void(int)> answer) : onAccept(std::move(answer)) {
