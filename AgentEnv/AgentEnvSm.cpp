@@ -189,7 +189,9 @@ Ptr<MountStatus const> AgentEnvSm::mountStatus() const {
 }
 
 void AgentEnvSm::mountStatusIs(Ptr<MountStatus const> status) {
-  if (status || mounting_) watch(mounting().statusReactor, status, *this, &AgentEnvSm::handleMountRound);
+  MountStatusReactor::Reactions reactions{&AgentEnvSm::handleMountSource, &AgentEnvSm::handleMountStatus,
+                                          &AgentEnvSm::handleMountRound};
+  if (status || mounting_) watch(mounting().statusReactor, status, *this, reactions);
 }
 
 Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
@@ -197,8 +199,9 @@ Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
 }
 
 void AgentEnvSm::prefixMountStatusIs(Ptr<MountStatus const> status) {
-  if (status || mounting_)
-    watch(mounting().prefixStatusReactor, status, *this, &AgentEnvSm::handlePrefixMountRound);
+  MountStatusReactor::Reactions reactions{&AgentEnvSm::handlePrefixMountStatus, &AgentEnvSm::handlePrefixMountStatus,
+                                          &AgentEnvSm::handlePrefixMountRound};
+  if (status || mounting_) watch(mounting().prefixStatusReactor, status, *this, reactions);
 }
 
 void AgentEnvSm::versionNumIs(uint32_t n) { attributeIs(versionNum_, n, &NotifieeConst::onVersionNum); }

@@ -169,6 +169,17 @@ class AgentEnvSm : public Entity, public Reactor {
   // Actions.
   bool doExportAttempt();
   bool doMountingAttempt();
+  // Run on an aggregate's state machine for its members: makes sure the
+  // aggregate's own mount, which delivers them, is under way.
+  bool doPrefixMountingAttempt();
+  // Reactions to the mount status of the own mount and of the aggregate's
+  // mount that delivers this member.
+  void handleMountStatus();
+  void handlePrefixMountStatus();
+  void handleMountSource();
+  // The entry's status code for a mount status code (traced and none for a
+  // code the facility does not have).
+  AgentEnvStatus::StatusCode mountScToAgentEnvSc(unsigned code) const;
   void doInstantiationAttempt();
   bool doTargetInstantiationAttempt();
   bool setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path, bool createParentDirs);
@@ -272,6 +283,10 @@ class AgentEnvSm : public Entity, public Reactor {
   void doInstantiate(EntityUriPath const& path, std::string_view attemptTrace);
   void doAggregateInstantiated();
   Ptr<Dir> stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs);
+  bool doMemberMountingAttempt();
+  // The status follows a mount status: its entity and the outcome its state
+  // and code mean.
+  void followMount(Ptr<MountStatus const> const& ms, Ptr<Entity> const& entity, char const* trace);
   // Refuses an attempt of another mode: switchedModes with unsupported.
   bool doRefuseSwitchedModes();
   // Reports a dependency naming no entry: dependencyNotFound with error,

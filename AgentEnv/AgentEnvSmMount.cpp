@@ -1,5 +1,14 @@
 // AgentEnvSm: mounting. An entry whose source names a remote entity has it
-// mounted at its target by the framework's mount facility.
+// mounted at its target by the framework's mount facility, and its status
+// follows the facility's mount status.
+//
+// An aggregate's members below its target are delivered by the aggregate's
+// own mount (the prefix mount, named after the aggregate), which brings the
+// whole tree below the aggregate's source: a member only waits for it and
+// then finds its entity at its place. A member with a target of its own
+// mounts on its own.
+
+#include <string>
 
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmReactors.h"
@@ -8,11 +17,127 @@
 
 namespace Zet {
 
+using Sc = AgentEnvStatus::StatusCode;
+
+Sc AgentEnvSm::mountScToAgentEnvSc(unsigned code) const {
+  // The two lists are in different orders: 3 is disconnected, 5 a protocol
+  // version mismatch.
+  static constexpr Sc table[] = {AgentEnvStatus::none,
+                                 AgentEnvStatus::mountEntityNotFound,
+                                 AgentEnvStatus::mountException,
+                                 AgentEnvStatus::disconnected,
+                                 AgentEnvStatus::timedOut,
+                                 AgentEnvStatus::mountProtocolVersionMismatch,
+                                 AgentEnvStatus::mountPermissionDenied,
+                                 AgentEnvStatus::mountGroupCode};
+  if (code < std::size(table)) return table[code];
+  SM_TRACE(0) << ": Got bad mount status code " << code;
+  return AgentEnvStatus::none;
+}
+
 bool AgentEnvSm::doMountingAttempt() {
   if (mode_ != init && mode_ != mount) return doRefuseSwitchedModes();
   modeIs(mount);
   SM_TRACE(2) << ": Trying to mount.";
-  return false;
+  EntityUriPath const& rootTarget = rootConfig()->target();
+  if (!rootTarget.isAbsolute()) {
+    SM_TRACE(0) << ": Error: Target is not absolute path: " << inQuotes(rootTarget);
+    outcomeIs(AgentEnvStatus::targetPathNotAbsolute, AgentEnvStatus::error);
+    return false;
+  }
+  EntityUriPath target = configTarget();
+  targetNameIs(target.names() ? target.name(target.names() - 1) : Name());
+  if (config_->aggConfig() && config_->target().isEmpty()) return doMemberMountingAttempt();
+  Ptr<MountConfigDir> configs = MountFacility::mountConfigDir();
+  SM_TRACE(2) << ": Calling mountConfigIs(" << inQuotes(name()) << ",\n\t" << inQuotes(config_->source0()) << ",\n\t"
+              << inQuotes(config_->source1()) << ")";
+  // A config of this name keeps the sources it was made with; later sources
+  // reach it as its prefixes.
+  Ptr<MountConfig> mc = configs->mountConfig(name());
+  if (!mc) mc = configs->mountConfigIs(name(), config_->source0(), config_->source1());
+  mounting().config = mc;
+  mc->sourcePre0Is(sourcePre0_);
+  mc->sourcePre1Is(sourcePre1_);
+  mc->sourceNameIs(mcSourceName());
+  mc->targetNameIs(target);
+  mc->nextRoundIs(config_->nextRound());
+  mc->aggMountIs(config_->nestedConfigs().size() > 0);
+  mountStatusIs(MountFacility::mountStatusDir()->mountStatus(name()));
+  handleMountSource();
+  handleConfigUnmountType();
+  handleConfigTimeoutPeriod();
+  versionNumInc(1);
+  return true;
+}
+
+bool AgentEnvSm::doMemberMountingAttempt() {
+  AgentEnvSm* root = rootSm();
+  if (!root) return false;  // the aggregate's state machine comes later and asks again
+  if (!root->mountStatus()) root->doPrefixMountingAttempt();
+  if (!root->mountStatus()) return false;
+  prefixMountStatusIs(root->mountStatus());
+  handlePrefixMountStatus();
+  return true;
+}
+
+bool AgentEnvSm::doPrefixMountingAttempt() {
+  if (mountStatus()) return true;
+  if (mode_ != init && mode_ != mount) return false;  // the aggregate itself is not mounted
+  return doMountingAttempt();
+}
+
+void AgentEnvSm::handleMountSource() {
+  Ptr<MountStatus const> ms = mountStatus();
+  if (!ms || !status_) return;
+  SM_TRACE(2) << ": Got source from MountStatus " << inQuotes(ms->currentSource());
+  status_->currentSourceIs(ms->currentSource());
+  handleMountStatus();
+}
+
+void AgentEnvSm::handleMountStatus() {
+  if (!status_) return;
+  Ptr<MountStatus const> ms = mountStatus();
+  followMount(ms, ms ? ms->mountedEntity() : nullptr, ": Received mount status");
+}
+
+void AgentEnvSm::handlePrefixMountStatus() {
+  if (!status_) return;
+  Ptr<MountStatus const> ms = prefixMountStatus();
+  if (ms && !ms->currentSource().isEmpty()) {
+    std::string source(ms->currentSource().text().view());
+    if (!config_->pathSuffix().isEmpty()) source += config_->pathSuffix().entityPath().text().view();
+    status_->currentSourceIs(EntityUri(String8(source)));
+  }
+  // The prefix mount delivers this entry's entity when it is at its place.
+  Ptr<Entity> delivered = ms && ms->state() == MountStatus::complete ? globalDir()->entityRef(configTarget()) : nullptr;
+  if (ms && ms->state() == MountStatus::complete && !delivered) {
+    SM_TRACE(0) << ": Fail: Mount failure";
+    status_->entityIs(nullptr);
+    outcomeIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::fail);
+    return;
+  }
+  followMount(ms, delivered, ": Got prefix mount status");
+}
+
+void AgentEnvSm::followMount(Ptr<MountStatus const> const& ms, Ptr<Entity> const& entity, char const* trace) {
+  Sc code = ms ? mountScToAgentEnvSc(ms->code()) : AgentEnvStatus::none;
+  SM_TRACE(2) << trace << " " << code;
+  status_->entityIs(entity);
+  switch (ms ? ms->state() : MountStatus::notMounted) {
+    case MountStatus::failed:
+      SM_TRACE(0) << ": Fail: Mount failure";
+      return outcomeIs(code, AgentEnvStatus::fail);
+    case MountStatus::error:
+      SM_TRACE(0) << ": Error: Mount error";
+      return outcomeIs(code, AgentEnvStatus::error);
+    case MountStatus::complete:
+      return outcomeIs(code, AgentEnvStatus::initialized);
+    case MountStatus::inProgress:
+      return outcomeIs(code, AgentEnvStatus::inProgress);
+    case MountStatus::notMounted:
+      return outcomeIs(code, AgentEnvStatus::notApplicable);
+  }
+  SM_TRACE(0) << ": Got bad mount status";
 }
 
 void AgentEnvSm::maybeDeleteMountConfig() {

@@ -51,12 +51,42 @@ class AgentEnvSm::DirEntryReactor : public AgentEnvSmReactor<Dir::Entry::Notifie
   void onStatus() override { changed(); }
 };
 
-// A framework mount status: the round it has completed.
+// A framework mount status: its source, its state (with code and mounted
+// entity) and the round it has completed, each handed to its reaction; the
+// source reaction covers the state as well.
 class AgentEnvSm::MountStatusReactor : public AgentEnvSmReactor<MountStatus::NotifieeConst> {
  public:
-  MountStatusReactor(AgentEnvSm& sm, void (AgentEnvSm::*onRoundReaction)())
-      : AgentEnvSmReactor(sm, onRoundReaction) {}
-  void onRound() override { changed(); }
+  struct Reactions {
+    void (AgentEnvSm::*source)();
+    void (AgentEnvSm::*state)();
+    void (AgentEnvSm::*round)();
+  };
+  MountStatusReactor(AgentEnvSm& sm, Reactions reactions)
+      : AgentEnvSmReactor(sm, reactions.state), sm_(sm), reactions_(reactions) {}
+  void onCurrentSource() override { changed(kSource); }
+  void onState() override { changed(kState); }
+  void onCode() override { changed(kState); }
+  void onMountedEntity() override { changed(kState); }
+  void onRound() override { changed(kRound); }
+
+ private:
+  enum : unsigned { kSource = 1, kState = 2, kRound = 4 };
+  void changed(unsigned what) {
+    pending_ |= what;
+    AgentEnvSmReactor::changed();
+  }
+  void onNotification(int) override {
+    unsigned what = std::exchange(pending_, 0);
+    if (what & kSource)
+      (sm_.*reactions_.source)();
+    else if (what & kState)
+      (sm_.*reactions_.state)();
+    if (what & kRound) (sm_.*reactions_.round)();
+  }
+
+  AgentEnvSm& sm_;
+  Reactions reactions_;
+  unsigned pending_ = 0;
 };
 
 struct AgentEnvSm::Mounting {

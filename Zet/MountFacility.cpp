@@ -49,5 +49,7 @@ Facility& facility() {
 Ptr<MountConfigDir> mountConfigDir() { return facility().configs; }
 Ptr<MountStatusDir> mountStatusDir() { return facility().statuses; }
 
+void machineryActiveIs(bool active) { facility().machinery.activeIs(active); }
+
 }  // namespace MountFacility
 }  // namespace Zet

@@ -20,5 +20,11 @@ namespace MountFacility {
 Ptr<MountConfigDir> mountConfigDir();
 Ptr<MountStatusDir> mountStatusDir();
 
+// Whether the machinery carries out the configs (on by default). Switched
+// off, it ends every mount it runs (leaving mirrors as their unmount type
+// says) and leaves the records to whoever writes them: tests and tools that
+// play the facility's part. Switched on, it takes up the configs there are.
+void machineryActiveIs(bool active);
+
 }  // namespace MountFacility
 }  // namespace Zet

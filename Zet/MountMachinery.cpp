@@ -5,9 +5,18 @@
 namespace Zet {
 
 MountMachinery::MountMachinery(Ptr<MountConfigDir> const& configs, Ptr<MountStatusDir> statuses)
-    : statuses_(std::move(statuses)) {
-  notifierIs(configs);
-  for (auto const& member : configs->mountConfigs()) onMountConfig(Name(member.key()));
+    : configs_(configs), statuses_(std::move(statuses)) {
+  activeIs(true);
+}
+
+void MountMachinery::activeIs(bool active) {
+  if (active == bool(notifier())) return;
+  notifierIs(active ? configs_ : nullptr);
+  if (active) {
+    for (auto const& member : configs_->mountConfigs()) onMountConfig(Name(member.key()));
+    return;
+  }
+  while (!mounts_.empty()) endMount(mounts_.begin()->first);
 }
 
 MountMachinery::~MountMachinery() {
@@ -24,17 +33,20 @@ Ptr<MountLink> MountMachinery::link(EntityUri const& source) {
   return made;
 }
 
+void MountMachinery::endMount(std::string const& name) {
+  auto found = mounts_.find(name);
+  if (found == mounts_.end()) return;
+  // Ended now, destroyed once whatever called us is over: the call may come
+  // from within the mount's own work.
+  found->second->stop();
+  ActivityFacility::loop().deferredCallIs([ended = std::shared_ptr<Mount>(std::move(found->second))] {});
+  mounts_.erase(found);
+}
+
 void MountMachinery::onMountConfig(Name const& name) {
   std::string key(name.view());
-  auto found = mounts_.find(key);
-  if (found != mounts_.end()) {
-    // Ended now, destroyed once whatever called us is over: the call may
-    // come from within the mount's own work.
-    found->second->stop();
-    ActivityFacility::loop().deferredCallIs([ended = std::shared_ptr<Mount>(std::move(found->second))] {});
-    mounts_.erase(found);
-  }
-  if (Ptr<MountConfig> config = notifier()->mountConfig(name))
+  endMount(key);
+  if (Ptr<MountConfig> config = configs_->mountConfig(name))
     mounts_.emplace(key, std::make_unique<Mount>(*this, config, statuses_->mountStatusIs(name)));
 }
 

@@ -19,6 +19,10 @@ class MountMachinery : private MountConfigDir::NotifieeConst {
   MountMachinery(Ptr<MountConfigDir> const& configs, Ptr<MountStatusDir> statuses);
   ~MountMachinery() override;
 
+  // Off: every mount ends and configs are no longer followed; on: they are
+  // followed again, those already there included.
+  void activeIs(bool active);
+
   // The link to the endpoint of source, shared by the mounts that use it.
   Ptr<MountLink> link(EntityUri const& source);
   size_t linkCount() const { return links_.size(); }
@@ -26,6 +30,9 @@ class MountMachinery : private MountConfigDir::NotifieeConst {
  private:
   void onMountConfig(Name const& name) override;
 
+  void endMount(std::string const& name);
+
+  Ptr<MountConfigDir> configs_;
   Ptr<MountStatusDir> statuses_;
   std::unordered_map<std::string, std::unique_ptr<Mount>> mounts_;
   std::unordered_map<std::string, MountLink*> links_;  // by endpoint; each removes itself when it closes
