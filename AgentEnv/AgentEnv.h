@@ -5,6 +5,8 @@
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvDirSm.h"
 #include "AgentEnv/AgentEnvDirSmWrapper.h"
+#include "AgentEnv/AgentEnvMonitorDirSm.h"
+#include "AgentEnv/AgentEnvMonitorSm.h"
 #include "AgentEnv/AgentEnvRoot.h"
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvStatus.h"
