@@ -216,9 +216,14 @@ TEST(Mount, ASourceSplitIntoPrefixAndNameIsLookedForBelowEachPrefix) {
   EXPECT_EQ(gaugeAt("/mnt/split")->value(), 2u);
 
   // A bare name is the path below each prefix; the new name is a new attempt.
+  struct StateLog : MountStatus::NotifieeConst {
+    std::vector<MountStatus::State> states;
+    void onState() override { states.push_back(notifier()->state()); }
+  } log;
+  log.notifierIs(statusOf("split"));
   config->sourceNameIs(EntityUri(String8("load")));
-  ASSERT_TRUE(reaches("split", MountStatus::inProgress));
-  ASSERT_TRUE(reaches("split", MountStatus::complete));
+  ASSERT_TRUE(waitFor([&] { return log.states.size() == 2; }));
+  EXPECT_EQ(log.states, (std::vector<MountStatus::State>{MountStatus::inProgress, MountStatus::complete}));
   EXPECT_EQ(statusOf("split")->currentSource().text().view(), tcpSource(backupPort, "/copy/load"));
   unmount("split");
 }

@@ -8,11 +8,19 @@
 // duplicate-attribute errors, kExitUsage for bad arguments and for files
 // that cannot be found or read.
 
+#include "ConfigReading.h"
 #include "Subcommand.h"
 
 namespace Zet::Tool {
 
-int runCheck(Arguments const& arguments);
-extern Subcommand const kCheckCommand;
+class CheckCommand : public Subcommand {
+ public:
+  CLI::App* addTo(CLI::App& app) override;
+  int run() override;
+
+ private:
+  ConfigFiles files_;
+  bool dump_ = false;
+};
 
 }  // namespace Zet::Tool

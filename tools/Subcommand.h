@@ -1,12 +1,15 @@
 #pragma once
-// The subcommands of the agentenv command. Each one reads its own arguments
-// (everything after its name) and returns the process's exit status. Adding
-// a subcommand means writing its run function and listing it in agentenv.cpp.
+// The subcommands of the agentenv command. Each adds itself to the command
+// line (its options and its help) and runs when it was the one named,
+// returning the process's exit status.
 
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace Zet::Tool {
 
@@ -17,12 +20,13 @@ enum ExitStatus : int {
   kExitUsage = 2,     // bad arguments, or a file that could not be found or read
 };
 
-using Arguments = std::vector<std::string_view>;
-
-struct Subcommand {
-  std::string_view name;
-  std::string_view summary;  // one line, for the command's own help
-  int (*run)(Arguments const& arguments);
+class Subcommand {
+ public:
+  virtual ~Subcommand() = default;
+  // Declares the subcommand and its options on the command line.
+  virtual CLI::App* addTo(CLI::App& app) = 0;
+  // Runs with the options as parsed.
+  virtual int run() = 0;
 };
 
 // A bad argument; what() is the one-line explanation shown to the user.

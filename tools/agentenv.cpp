@@ -3,46 +3,67 @@
 //   agentenv SUBCOMMAND [ARGUMENTS...]
 //   agentenv --help | --version
 
-#include <array>
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
+#include <memory>
+#include <vector>
 
 #include "AgentEnv/AgentEnvVersion.h"
 #include "CheckCommand.h"
+#include "RunCommand.h"
 
 namespace Zet::Tool {
 namespace {
 
-std::array<Subcommand const*, 1> const kSubcommands = {&kCheckCommand};
+struct Listed {
+  std::unique_ptr<Subcommand> command;
+  CLI::App* app;
+};
 
-void printUsage(std::ostream& out) {
+void printUsage(std::ostream& out, std::vector<Listed> const& commands) {
   out << "usage: agentenv SUBCOMMAND [ARGUMENTS...]\n"
          "       agentenv --help | --version\n"
          "\n"
          "Subcommands:\n";
-  for (Subcommand const* s : kSubcommands) out << "  " << s->name << "  " << s->summary << "\n";
+  size_t width = 0;
+  for (auto const& c : commands) width = std::max(width, c.app->get_name().size());
+  for (auto const& c : commands)
+    out << "  " << c.app->get_name() << std::string(width - c.app->get_name().size() + 2, ' ')
+        << c.app->get_description() << "\n";
   out << "\nRun 'agentenv SUBCOMMAND --help' for the subcommand's arguments.\n";
 }
 
-Subcommand const* subcommand(std::string_view name) {
-  for (Subcommand const* s : kSubcommands)
-    if (s->name == name) return s;
-  return nullptr;
-}
-
-int run(Arguments const& arguments) {
-  if (arguments.empty()) throw UsageError("no subcommand given (see agentenv --help)");
-  std::string_view first = arguments.front();
-  if (first == "--help" || first == "-h") {
-    printUsage(std::cout);
+int run(int argc, char** argv) {
+  CLI::App app("agentenv", "agentenv");
+  app.set_help_flag();  // the top level prints its own usage
+  bool help = false, version = false;
+  app.add_flag("-h,--help", help);
+  app.add_flag("--version", version);
+  app.require_subcommand(0, 1);
+  std::vector<Listed> commands;
+  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand}) {
+    std::unique_ptr<Subcommand> command(made);
+    CLI::App* sub = command->addTo(app);
+    commands.push_back({std::move(command), sub});
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& e) {
+    if (e.get_exit_code() == 0) return app.exit(e);  // a subcommand's --help
+    throw UsageError(e.what());
+  }
+  if (help) {
+    printUsage(std::cout, commands);
     return kExitOk;
   }
-  if (first == "--version") {
+  if (version) {
     std::cout << "agentenv " << AgentEnvVersion::string() << "\n";
     return kExitOk;
   }
-  Subcommand const* s = subcommand(first);
-  if (!s) throw UsageError("unknown subcommand '" + std::string(first) + "' (see agentenv --help)");
-  return s->run(Arguments(arguments.begin() + 1, arguments.end()));
+  for (auto const& c : commands)
+    if (c.app->parsed()) return c.command->run();
+  throw UsageError("no subcommand given (see agentenv --help)");
 }
 
 }  // namespace
@@ -51,7 +72,7 @@ int run(Arguments const& arguments) {
 int main(int argc, char** argv) {
   using namespace Zet::Tool;
   try {
-    return run(Arguments(argv + 1, argv + argc));
+    return run(argc, argv);
   } catch (UsageError const& e) {
     std::cerr << "agentenv: " << e.what() << std::endl;
     return kExitUsage;

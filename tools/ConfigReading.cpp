@@ -1,0 +1,71 @@
+#include "ConfigReading.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "Subcommand.h"
+
+namespace Zet::Tool {
+namespace {
+
+bool isIdentifier(std::string_view name) {
+  auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (name.empty() || !letter(name[0])) return false;
+  for (char c : name)
+    if (!letter(c) && !digit(c) && c != '_') return false;
+  return true;
+}
+
+// Reads a file and everything it includes. A file that cannot be found or
+// read stops a run of the parser with the names after it still queued, so
+// runs repeat until the queue is empty.
+void readFile(ConfigFileParser& parser, String8 const& file, Findings& findings, std::string const& who) {
+  bool first = true;
+  do {
+    try {
+      if (first)
+        parser.configFileEnq(file);
+      else
+        parser.handleConfigFile();
+    } catch (Exception const& e) {
+      std::cerr << "agentenv " << who << ": " << e.what() << std::endl;
+      findings.unreadableFile = true;
+    }
+    findings.errors += parser.parsingErrorsCount() + parser.attributeErrorsCount();
+    first = false;
+  } while (!parser.configFile().empty());
+}
+
+}  // namespace
+
+void ConfigFiles::addTo(CLI::App& subcommand) {
+  subcommand.add_option("-D", definitions, "substitute VALUE for ${NAME} (repeatable; also -DNAME=VALUE)")
+      ->type_name("NAME=VALUE")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false);
+  subcommand.add_option("FILE", files, "configuration files")->type_name("");
+}
+
+SubstitutionsCollection ConfigFiles::substitutions() const {
+  SubstitutionsCollection substitutions;
+  for (std::string const& definition : definitions) {
+    size_t equals = definition.find('=');
+    std::string_view name = std::string_view(definition).substr(0, equals);
+    if (equals == std::string::npos || !isIdentifier(name))
+      throw UsageError("-D takes NAME=VALUE with NAME a letter followed by letters, digits or '_', not '" +
+                       definition + "'");
+    substitutions.mapIs(String8(name), String8(std::string_view(definition).substr(equals + 1)));
+  }
+  return substitutions;
+}
+
+Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who) {
+  parser.substitutionsIs(given.substitutions());
+  Findings findings;
+  for (std::string const& file : given.files) readFile(parser, String8(file), findings, who);
+  return findings;
+}
+
+}  // namespace Zet::Tool

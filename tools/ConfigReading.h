@@ -1,0 +1,38 @@
+#pragma once
+// Reading configuration files as an agent does, for the subcommands: the
+// -D substitutions given on the command line, then each file with what it
+// includes, counting what went wrong.
+
+#include <string>
+#include <vector>
+
+#include "AgentEnv/ConfigFileParser.h"
+
+namespace CLI {
+class App;
+}
+
+namespace Zet::Tool {
+
+struct ConfigFiles {
+  std::vector<std::string> definitions;  // -D NAME=VALUE, as given
+  std::vector<std::string> files;
+
+  // Declares -D and the FILE arguments on a subcommand.
+  void addTo(CLI::App& subcommand);
+  // The substitutions of the definitions; UsageError for a malformed one.
+  SubstitutionsCollection substitutions() const;
+};
+
+// What reading the files found.
+struct Findings {
+  unsigned errors = 0;          // diagnostics printed about the files' contents
+  bool unreadableFile = false;  // a file could not be found or read
+};
+
+// Reads every file into the parser's config directory; diagnostics go to
+// standard error, `who` naming the subcommand in lines about files that
+// cannot be read.
+Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who);
+
+}  // namespace Zet::Tool

@@ -1,0 +1,112 @@
+#include "RunCommand.h"
+
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <iostream>
+
+#include "AgentEnv/AgentEnv.h"
+#include "Help.h"
+#include "StatusTable.h"
+#include "StatusWatch.h"
+
+namespace Zet::Tool {
+namespace {
+
+// SIGINT and SIGTERM, read from a descriptor the loop watches, so that a
+// signal ends the run between two callbacks and never inside one.
+class StopSignals {
+ public:
+  explicit StopSignals(bool& stop) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    fd_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+    ActivityFacility::loop().fdWatcherIs(fd_, ActivityLoop::kReadable, [this, &stop](unsigned) {
+      signalfd_siginfo info;
+      while (::read(fd_, &info, sizeof info) == sizeof info) stop = true;
+    });
+  }
+  ~StopSignals() {
+    ActivityFacility::loop().fdWatcherDel(fd_);
+    ::close(fd_);
+  }
+
+ private:
+  int fd_;
+};
+
+// Nothing is left that could change an entry without outside help: no
+// reaction is waiting and no entry is in progress (a mount that is retrying
+// after a failure reads `fail`, and only the outside can help it).
+bool settled(AgentEnvStatusDir const& statuses) {
+  if (ActivityFacility::loop().deferredCallCount() > 0) return false;
+  for (auto const& member : statuses.agentEnvStatuses())
+    if (member.value()->individualStatus() == AgentEnvStatus::inProgress) return false;
+  return true;
+}
+
+bool allInitialized(AgentEnvStatusDir const& statuses) {
+  for (auto const& member : statuses.agentEnvStatuses())
+    if (member.value()->individualStatus() != AgentEnvStatus::initialized) return false;
+  return true;
+}
+
+}  // namespace
+
+CLI::App* RunCommand::addTo(CLI::App& app) {
+  CLI::App* run = app.add_subcommand("run", "run an agent host from configuration files");
+  helpIs(*run,
+         "usage: agentenv run [-D NAME=VALUE]... [--agent-name NAME] [--until-settled] [--watch]\n"
+         "                    FILE...",
+         "Builds the agent environment from the files (found on AGENTENV_CONFIGS as an\n"
+         "agent would), mounts, instantiates and exports its entries, reports failures\n"
+         "on standard error and runs until interrupted (SIGINT, SIGTERM). Then it prints\n"
+         "the status of every entry.\n");
+  files_.addTo(*run);
+  run->add_option("--agent-name", agentName_, "the agent's name in failure reports (sets AGENT_NAME)")->type_name("NAME");
+  run->add_flag("--until-settled", untilSettled_, "stop once no entry can change without outside help");
+  run->add_flag("--watch", watch_, "print a line for each change of an entry's status");
+  run->footer(
+      "Exit status: 0 every entry initialized, 1 otherwise, 2 bad arguments or a file\n"
+      "that could not be found or read.");
+  return run;
+}
+
+int RunCommand::run() {
+  if (files_.files.empty()) throw UsageError("no configuration file given");
+  if (!agentName_.empty()) ::setenv("AGENT_NAME", agentName_.c_str(), 1);
+  bool stop = false;
+  StopSignals signals(stop);
+  Ptr<Dir> home = AgentEnv::dir();
+  Ptr<AgentEnvConfigDir> configs = AgentEnv::agentEnvConfigDir();
+  Ptr<AgentEnvStatusDir> statuses = AgentEnv::agentEnvStatusDir();
+  std::unique_ptr<StatusWatch> watch;
+  if (watch_) watch = std::make_unique<StatusWatch>(statuses, configs, std::cout);
+
+  Ptr<ConfigFileParser> parser = configFileParserFactory(configs);
+  Findings findings = readConfigFiles(*parser, files_, "run");
+  if (findings.unreadableFile) return kExitUsage;
+  // The monitor starts once the entries have reacted to one another: an
+  // entry naming one that a later file brings is not reported in between.
+  ActivityFacility::loop().runUntilIdle();
+  auto activities = ActivityFacility::activityManagerConfig();
+  auto monitor = agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs);
+
+  ActivityFacility::loop().runUntil([&] { return stop || (untilSettled_ && settled(*statuses)); },
+                                    ActivityLoop::kMaxDelaySeconds);
+  auto wrapper = ptr_cast<AgentEnvDirSmWrapper>(home->entityRef("AgentEnvDirSm"));
+  printStatusTable(*statuses, *configs, [&](Name const& name) {
+    Ptr<AgentEnvSm> sm = wrapper && wrapper->adsm() ? wrapper->adsm()->agentEnvSm(name) : nullptr;
+    return sm ? stringValue(sm->mode()).str() : std::string();
+  }, std::cout);
+  std::cout.flush();
+  return allInitialized(*statuses) ? kExitOk : kExitProblems;
+}
+
+}  // namespace Zet::Tool

@@ -1,0 +1,29 @@
+#pragma once
+// agentenv run [-D NAME=VALUE]... [--agent-name NAME] [--until-settled]
+//              [--watch] FILE...
+//
+// The agent host: builds the agent environment, reads the files into it,
+// starts the status monitor (failures go to standard error) and runs the
+// activity loop until SIGINT or SIGTERM, or, with --until-settled, until no
+// entry can change any more without outside help. Then it prints the table
+// of every entry. Exit status: kExitOk when every entry is initialized,
+// kExitProblems otherwise, kExitUsage for bad arguments and unreadable files.
+
+#include "ConfigReading.h"
+#include "Subcommand.h"
+
+namespace Zet::Tool {
+
+class RunCommand : public Subcommand {
+ public:
+  CLI::App* addTo(CLI::App& app) override;
+  int run() override;
+
+ private:
+  ConfigFiles files_;
+  std::string agentName_;
+  bool untilSettled_ = false;
+  bool watch_ = false;
+};
+
+}  // namespace Zet::Tool

@@ -1,0 +1,44 @@
+#include "StatusTable.h"
+
+#include <algorithm>
+#include <array>
+#include <ostream>
+#include <vector>
+
+#include "AgentEnv/AgentEnvRoot.h"
+
+namespace Zet::Tool {
+
+bool showsReason(AgentEnvStatus const& status) {
+  auto s = status.individualStatus();
+  return s == AgentEnvStatus::fail || s == AgentEnvStatus::error || s == AgentEnvStatus::unsupported;
+}
+
+void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs, ModeOf const& modeOf,
+                      std::ostream& out) {
+  using Row = std::array<std::string, 6>;
+  std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE"}};
+  for (auto const& member : statuses.agentEnvStatuses()) {
+    AgentEnvStatus const& s = *member.value();
+    bool reason = showsReason(s);
+    Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
+    rows.push_back({s.name().str(), modeOf(s.name()), stringValue(s.individualStatus()).str(),
+                    stringValue(s.groupStatus()).str(), reason ? stringValue(s.statusCode()).str() : "",
+                    reason ? AgentEnv::statusMessage(member.value(), config).str() : ""});
+  }
+  std::sort(rows.begin() + 1, rows.end());
+  std::array<size_t, 6> width{};
+  for (Row const& row : rows)
+    for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
+  for (Row const& row : rows) {
+    std::string line;
+    for (size_t i = 0; i < row.size(); ++i) {
+      line += row[i];
+      if (i + 1 < row.size()) line.append(width[i] - row[i].size() + 2, ' ');
+    }
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    out << line << "\n";
+  }
+}
+
+}  // namespace Zet::Tool

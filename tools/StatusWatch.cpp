@@ -1,0 +1,68 @@
+#include "StatusWatch.h"
+
+#include <ostream>
+
+#include "AgentEnv/AgentEnvRoot.h"
+#include "StatusTable.h"
+#include "Zet/Activity.h"
+
+namespace Zet::Tool {
+
+class StatusWatch::EntryWatch : public AgentEnvStatus::NotifieeConst {
+ public:
+  EntryWatch(StatusWatch& watch, Ptr<AgentEnvStatus const> const& status) : watch_(watch) { notifierIs(status); }
+  void onIndividualStatus() override { watch_.changed(notifier()->name()); }
+  void onGroupStatus() override { watch_.changed(notifier()->name()); }
+  void onStatusCode() override { watch_.changed(notifier()->name()); }
+
+ private:
+  StatusWatch& watch_;
+};
+
+StatusWatch::StatusWatch(Ptr<AgentEnvStatusDir const> const& statuses, Ptr<AgentEnvConfigDir const> configs,
+                         std::ostream& out)
+    : configs_(std::move(configs)), out_(out), alive_(std::make_shared<StatusWatch*>(this)) {
+  notifierIs(statuses);
+  for (auto const& member : statuses->agentEnvStatuses()) onAgentEnvStatus(Name(member.key()));
+}
+
+StatusWatch::~StatusWatch() = default;
+
+void StatusWatch::onAgentEnvStatus(Name const& name) {
+  std::string key(name.view());
+  if (Ptr<AgentEnvStatus const> status = notifier()->agentEnvStatus(name)) {
+    entries_[key] = std::make_unique<EntryWatch>(*this, status);
+    changed(name);
+  } else {
+    entries_.erase(key);
+    printed_.erase(key);
+  }
+}
+
+void StatusWatch::changed(Name const& name) {
+  changed_.push_back(name);
+  if (printQueued_) return;
+  printQueued_ = true;
+  ActivityFacility::loop().deferredCallIs([alive = std::weak_ptr<StatusWatch*>(alive_)] {
+    if (auto watch = alive.lock()) (*watch)->printChanges();
+  });
+}
+
+void StatusWatch::printChanges() {
+  printQueued_ = false;
+  auto names = std::move(changed_);
+  changed_.clear();
+  for (Name const& name : names) {
+    Ptr<AgentEnvStatus const> s = notifier()->agentEnvStatus(name);
+    if (!s) continue;
+    std::string line = name.str() + ": " + stringValue(s->individualStatus()).str() + " " +
+                       stringValue(s->groupStatus()).str() + " " + stringValue(s->statusCode()).str();
+    if (showsReason(*s)) line += ": " + AgentEnv::statusMessage(s, configs_->agentEnvConfig(name)).str();
+    std::string& last = printed_[name.str()];
+    if (line == last) continue;
+    last = line;
+    out_ << line << std::endl;
+  }
+}
+
+}  // namespace Zet::Tool
