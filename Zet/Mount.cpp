@@ -153,7 +153,11 @@ void Mount::attempt() {
                      format("no snapshot within %g s", (*mount)->config_->initTimeoutPeriod()), true);
     }
   });
-  // Last: a watcher of the status may end the mount, which undoes the above.
+  // A retry after a failure leaves the status as the failure left it until
+  // it succeeds or fails otherwise: a source that stays away is one
+  // failure, not a failure each pause. Last: a watcher of the status may
+  // end the mount, which undoes the above.
+  if (status_->state() == MountStatus::failed) return;
   status_->codeIs(MountStatus::ok);
   status_->stateIs(MountStatus::inProgress);
 }

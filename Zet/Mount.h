@@ -7,7 +7,8 @@
 // mountedEntity and the round asked for) once it is there, and then the
 // mirror follows the source's changes. What can pass ends the attempt in
 // `failed` and is tried again after a pause that doubles up to a cap
-// (entityNotFound, disconnected, timedOut); when the config has a second
+// (entityNotFound, disconnected, timedOut), the status staying `failed`
+// meanwhile; when the config has a second
 // source, a lost or unreachable source makes the next attempt use the
 // other one, so the mount moves over to the backup and back. What cannot
 // succeed as configured ends in `error` and waits for the config to change

@@ -29,3 +29,10 @@ foreach(test mount_test agent_env_mount_test)
   target_compile_definitions(${test} PRIVATE ATTRLOG_PEER="$<TARGET_FILE:attrlog_peer>")
   add_dependencies(${test} attrlog_peer)
 endforeach()
+
+# agentenv_run_test runs agentenv run on the examples.
+if(TARGET agentenv_run_test AND TARGET agentenv)
+  target_compile_definitions(agentenv_run_test PRIVATE AGENTENV_COMMAND="$<TARGET_FILE:agentenv>"
+                                                       EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
+  add_dependencies(agentenv_run_test agentenv)
+endif()

@@ -1,0 +1,95 @@
+// agentenv run as people run it: two agent hosts on real sockets, one
+// exporting, one mounting from it; the monitor's lines, --watch, the final
+// table and the exit status.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/peer/ChildProcess.h"
+#include "tests/peer/Loopback.h"
+
+namespace {
+
+using Test::ChildProcess;
+
+std::string const kExamples = EXAMPLES_DIR;
+
+std::vector<std::string> run(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {AGENTENV_COMMAND, "run"});
+  return arguments;
+}
+
+auto startsWith(std::string prefix) {
+  return [prefix](std::string const& line) { return line.rfind(prefix, 0) == 0; };
+}
+
+struct Demo {
+  uint16_t port = Test::freePort();
+  std::string socket = [] {
+    char pattern[] = "/tmp/zetrunXXXXXX";
+    return std::string(::mkdtemp(pattern)) + "/a.sock";
+  }();
+
+  std::vector<std::string> exporter(bool overTcp = true) const {
+    // Without TCP, it listens on another port: of the mount's sources only the socket serves.
+    return run({"--agent-name", "A", "-D", "PORT=" + std::to_string(overTcp ? port : 65535), "-D", "SOCKET=" + socket,
+                kExamples + "/demo/exporter.conf"});
+  }
+  std::vector<std::string> mounter() const {
+    return run({"--agent-name", "B", "--watch", "-D", "PORT=" + std::to_string(port), "-D",
+                "SOCKET_URI=" + Test::domainSource(socket, ""), kExamples + "/demo/mounter.conf"});
+  }
+};
+
+TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
+  Demo demo;
+  auto a = std::make_unique<ChildProcess>(demo.exporter());
+  ChildProcess b(demo.mounter());
+  ASSERT_NE(b.outLine(startsWith("workspace: initialized")), "");
+
+  // The exporter goes: the monitor says so, and the mount keeps trying.
+  a->kill();
+  ASSERT_NE(b.outLine(startsWith("board: fail fail disconnected")), "");
+  std::string report = b.errLine(startsWith("B (host:"));
+  EXPECT_NE(report.find("mounter.conf: board: fail: disconnected"), std::string::npos) << report;
+
+  // Back on its socket only: the backup source serves the mount.
+  a = std::make_unique<ChildProcess>(demo.exporter(false));
+  ASSERT_NE(b.outLine(startsWith("board: initialized initialized none")), "");
+
+  // Interrupted, the mounting agent prints its table and says all is well.
+  b.signal(SIGINT);
+  EXPECT_EQ(b.wait(), 0);
+  std::string table = b.restOfOut();
+  EXPECT_EQ(table.rfind("ENTRY      MODE         STATUS       GROUP        CODE  MESSAGE\n", 0), 0u) << table;
+  EXPECT_NE(table.find("\nboard      mount        initialized  initialized\n"), std::string::npos) << table;
+  EXPECT_NE(table.find("\nworkspace  instantiate  initialized  initialized\n"), std::string::npos) << table;
+  a->signal(SIGTERM);
+  EXPECT_EQ(a->wait(), 0);
+}
+
+TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
+  ChildProcess cycle(run({"--until-settled", kExamples + "/cycle.conf"}));
+  EXPECT_EQ(cycle.wait(), 1);
+  std::string table = cycle.restOfOut();
+  EXPECT_NE(table.find("\nfirst "), std::string::npos) << table;
+  EXPECT_NE(table.find("circular"), std::string::npos) << table;
+  std::string reports = cycle.restOfErr();
+  EXPECT_NE(reports.find("cycle.conf: first: "), std::string::npos) << reports;
+
+  Demo demo;
+  ChildProcess exporter(run({"--until-settled", "-D", "PORT=" + std::to_string(demo.port), "-D",
+                             "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
+  EXPECT_EQ(exporter.wait(), 0);
+  EXPECT_EQ(exporter.restOfErr(), "");
+
+  ChildProcess missing(run({"--until-settled", "/nonexistent/agent.conf"}));
+  EXPECT_EQ(missing.wait(), 2);
+  ChildProcess bad(run({"--until-settled", "--frobnicate", kExamples + "/cycle.conf"}));
+  EXPECT_EQ(bad.wait(), 2);
+}
+
+}  // namespace
