@@ -15,16 +15,27 @@ String8 MountLink::endpointKey(EntityUri const& source) {
 }
 
 MountLink::MountLink(EntityUri const& source, std::function<void(MountLink*)> gone) : gone_(std::move(gone)) {
-  String8 peer = source.scheme() == EntityUri::Scheme::domainSocket
-                     ? format("domain socket '%s'", source.socketPath().charPtr())
-                     : format("%s port %u", source.host().charPtr(), unsigned(source.port()));
+  FrameWriter(early_).hello();
+  bool domain = source.scheme() == EntityUri::Scheme::domainSocket;
+  peer_ = domain ? format("domain socket '%s'", source.socketPath().charPtr())
+                 : format("%s port %u", source.host().charPtr(), unsigned(source.port()));
+  // What goes wrong from here is told on the loop, once the subscribers
+  // that are about to come are there.
   try {
-    Socket::Connecting c = Socket::connectTo(source);
-    stream_ = new NboAttrLog::AttrLogStream(std::move(c.fd), c.connecting, this, peer);
-    FrameWriter(stream_->out()).hello();
-    stream_->sendSoon();
+    HostResolution::Address address;
+    if (domain) {
+      connected(Socket::connectToDomain(source.socketPath()));
+    } else if (numericAddress(source.host(), source.port(), address)) {
+      connect(reinterpret_cast<sockaddr const*>(&address.storage), address.size);
+    } else {
+      resolution_ = std::make_unique<HostResolution>(
+          source.host(), source.port(), [this](HostResolution::Address const* address, String8 const& error) {
+            Ptr<MountLink> keep(this);
+            if (!address) return down(MountStatus::disconnected, format("cannot resolve %s: %s", peer_.charPtr(), error.charPtr()));
+            connect(reinterpret_cast<sockaddr const*>(&address->storage), address->size);
+          });
+    }
   } catch (std::exception const& e) {
-    // Told on the loop, once the subscribers that are about to come are there.
     String8 reason(e.what());
     ActivityFacility::loop().deferredCallIs(
         [self = Ptr<MountLink>(this), reason] { self->down(MountStatus::disconnected, reason); });
@@ -35,12 +46,33 @@ MountLink::~MountLink() {
   if (stream_) stream_->close();
 }
 
+void MountLink::connect(sockaddr const* address, socklen_t size) {
+  try {
+    connected(Socket::connectTo(address, size, format("cannot connect to %s", peer_.charPtr())));
+  } catch (std::exception const& e) {
+    String8 reason(e.what());
+    ActivityFacility::loop().deferredCallIs(
+        [self = Ptr<MountLink>(this), reason] { self->down(MountStatus::disconnected, reason); });
+  }
+}
+
+void MountLink::connected(Socket::Connecting connection) {
+  stream_ = new NboAttrLog::AttrLogStream(std::move(connection.fd), connection.connecting, this, peer_);
+  stream_->out() = std::move(early_);
+  early_.clear();
+  stream_->sendSoon();
+}
+
+void MountLink::sendSoon() {
+  if (stream_) stream_->sendSoon();
+}
+
 uint32_t MountLink::subscribe(Subscriber* subscriber, std::string_view path) {
   uint32_t subscription = ++lastSubscription_;
   subscribers_.emplace(subscription, subscriber);
-  if (stream_ && stream_->isOpen()) {
-    FrameWriter(stream_->out()).subscribe(subscription, path);
-    stream_->sendSoon();
+  if (!down_) {
+    FrameWriter(frames()).subscribe(subscription, path);
+    sendSoon();
   }
   return subscription;
 }
@@ -48,11 +80,12 @@ uint32_t MountLink::subscribe(Subscriber* subscriber, std::string_view path) {
 void MountLink::unsubscribe(uint32_t subscription) {
   if (!subscribers_.erase(subscription) || down_) return;
   if (!subscribers_.empty()) {
-    FrameWriter(stream_->out()).unsubscribe(subscription);
-    stream_->sendSoon();
+    FrameWriter(frames()).unsubscribe(subscription);
+    sendSoon();
     return;
   }
   down_ = true;
+  resolution_.reset();
   if (stream_) stream_->close();
   gone_(this);
 }
@@ -62,7 +95,7 @@ void MountLink::onMessage(NboAttrLog::Message const& m) {
   if (!greeted_) return greet(m);
   if (m.kind == Kind::hello || m.kind == Kind::subscribe || m.kind == Kind::unsubscribe)
     return down(MountStatus::disconnected,
-                format("%s sent a frame of kind %u, which only a client sends", stream_->peer().charPtr(),
+                format("%s sent a frame of kind %u, which only a client sends", peer_.charPtr(),
                        unsigned(m.kind)));
   // Frames of a subscription given up are still on their way: dropped.
   if (auto found = subscribers_.find(m.subscription); found != subscribers_.end()) found->second->onFrame(m);
@@ -70,13 +103,13 @@ void MountLink::onMessage(NboAttrLog::Message const& m) {
 
 void MountLink::greet(NboAttrLog::Message const& m) {
   if (m.kind == Kind::refused)
-    return down(MountStatus::permissionDenied, format("%s refused us: %.*s", stream_->peer().charPtr(),
+    return down(MountStatus::permissionDenied, format("%s refused us: %.*s", peer_.charPtr(),
                                                       int(m.name.size()), m.name.data()));
   if (m.kind != Kind::hello)
-    return down(MountStatus::disconnected, format("%s did not begin with a greeting", stream_->peer().charPtr()));
+    return down(MountStatus::disconnected, format("%s did not begin with a greeting", peer_.charPtr()));
   if (m.version != NboAttrLog::kProtocolVersion)
     return down(MountStatus::protocolVersionMismatch,
-                format("%s speaks protocol version %u, this process %u", stream_->peer().charPtr(),
+                format("%s speaks protocol version %u, this process %u", peer_.charPtr(),
                        unsigned(m.version), unsigned(NboAttrLog::kProtocolVersion)));
   greeted_ = true;
 }
@@ -88,6 +121,7 @@ void MountLink::down(MountStatus::Code code, String8 const& reason) {
   down_ = true;
   Ptr<MountLink> keep(this);
   ZET_TRACE_AT("MountFacility", 1) << "link down: " << reason;
+  resolution_.reset();
   if (stream_) stream_->close();
   gone_(this);
   auto subscribers = std::move(subscribers_);

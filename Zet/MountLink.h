@@ -8,10 +8,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <string>
 #include <unordered_map>
 
 #include "Zet/AttrLogStream.h"
 #include "Zet/EntityUri.h"
+#include "Zet/HostResolution.h"
 #include "Zet/MountStatus.h"
 
 namespace Zet {
@@ -30,8 +33,10 @@ class MountLink : public PtrInterface, private NboAttrLog::AttrLogStream::Handle
   // The key links are shared by: the scheme and endpoint of a source URI.
   static String8 endpointKey(EntityUri const& source);
 
-  // Starts connecting to the endpoint of source; `gone` is told once, when
-  // the link closes, so that its owner stops handing it out.
+  // Starts connecting to the endpoint of source (a host name is resolved
+  // first, off the loop); `gone` is told once, when the link closes, so that
+  // its owner stops handing it out. Subscriptions may be made at once: their
+  // frames wait until the connection is there.
   MountLink(EntityUri const& source, std::function<void(MountLink*)> gone);
   ~MountLink() override;
 
@@ -42,11 +47,19 @@ class MountLink : public PtrInterface, private NboAttrLog::AttrLogStream::Handle
   size_t subscriberCount() const { return subscribers_.size(); }
 
  private:
+  void connect(sockaddr const* address, socklen_t size);
+  void connected(Socket::Connecting connection);
+  // Where frames go: the stream, or a buffer until the stream is there.
+  std::string& frames() { return stream_ ? stream_->out() : early_; }
+  void sendSoon();
   void onMessage(NboAttrLog::Message const& message) override;
   void onStreamClosed(String8 const& reason) override;
   void greet(NboAttrLog::Message const& message);
   void down(MountStatus::Code code, String8 const& reason);
 
+  String8 peer_;
+  std::unique_ptr<HostResolution> resolution_;
+  std::string early_;  // frames written before the stream was there
   Ptr<NboAttrLog::AttrLogStream> stream_;
   std::function<void(MountLink*)> gone_;
   std::unordered_map<uint32_t, Subscriber*> subscribers_;

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -12,7 +11,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "Zet/Exception.h"
 #include "Zet/Format.h"
@@ -126,36 +124,24 @@ SocketFd listenDomain(String8 const& path) {
   return fd;
 }
 
-Connecting connectTo(EntityUri const& endpoint) {
+Connecting connectTo(sockaddr const* address, socklen_t size, String8 const& what) {
   Connecting result;
-  if (endpoint.scheme() == EntityUri::Scheme::domainSocket) {
-    String8 what = format("cannot connect to domain socket '%s'", endpoint.socketPath().charPtr());
-    sockaddr_un addr;
-    if (!domainAddress(endpoint.socketPath(), addr))
-      throw Exception(format("%s: the path is empty or too long", what.charPtr()));
-    result.fd = newSocket(AF_UNIX, what);
-    if (::connect(result.fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) return result;
-    if (errno != EINPROGRESS && errno != EAGAIN) fail(what, errno);
-    result.connecting = true;
-    return result;
-  }
-  if (endpoint.scheme() != EntityUri::Scheme::tcp || !endpoint.isValid())
-    throw Exception(format("cannot connect to '%s': not a tcp:// or unix:// URI", endpoint.text().charPtr()));
-  String8 what = format("cannot connect to %s port %u", endpoint.host().charPtr(), unsigned(endpoint.port()));
-  addrinfo hints{};
-  hints.ai_socktype = SOCK_STREAM;
-  hints.ai_flags = AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  String8 service = format("%u", unsigned(endpoint.port()));
-  // Names resolve through the system's resolver; hosts given as addresses
-  // (the usual case for agents on one machine) never wait on it.
-  if (int rc = ::getaddrinfo(endpoint.host().charPtr(), service.charPtr(), &hints, &found); rc != 0)
-    throw Exception(format("%s: %s", what.charPtr(), ::gai_strerror(rc)));
-  std::unique_ptr<addrinfo, void (*)(addrinfo*)> hold(found, ::freeaddrinfo);
-  result.fd = newSocket(found->ai_family, what);
+  result.fd = newSocket(address->sa_family, what);
   noDelay(result.fd.get());
-  if (::connect(result.fd.get(), found->ai_addr, found->ai_addrlen) == 0) return result;
+  if (::connect(result.fd.get(), address, size) == 0) return result;
   if (errno != EINPROGRESS) fail(what, errno);
+  result.connecting = true;
+  return result;
+}
+
+Connecting connectToDomain(String8 const& path) {
+  String8 what = format("cannot connect to domain socket '%s'", path.charPtr());
+  sockaddr_un addr;
+  if (!domainAddress(path, addr)) throw Exception(format("%s: the path is empty or too long", what.charPtr()));
+  Connecting result;
+  result.fd = newSocket(AF_UNIX, what);
+  if (::connect(result.fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) return result;
+  if (errno != EINPROGRESS && errno != EAGAIN) fail(what, errno);
   result.connecting = true;
   return result;
 }

@@ -7,6 +7,7 @@
 // and why it failed ("cannot listen on TCP port 4000: Address already in
 // use"). Descriptors are owned by SocketFd, which closes on destruction.
 
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -48,14 +49,15 @@ SocketFd listenTcp(uint16_t port);
 // socket.
 SocketFd listenDomain(String8 const& path);
 
-// A connection to the endpoint of a tcp:// or unix:// URI, under way:
-// `connecting` is true when the socket must become writable before use
-// (then finishConnect tells the outcome).
+// A connection under way: `connecting` is true when the socket must become
+// writable before use (then finishConnect tells the outcome).
 struct Connecting {
   SocketFd fd;
   bool connecting = false;
 };
-Connecting connectTo(EntityUri const& endpoint);
+// To a TCP address (see HostResolution), or to a domain socket.
+Connecting connectTo(sockaddr const* address, socklen_t size, String8 const& what);
+Connecting connectToDomain(String8 const& path);
 // The outcome of a connect that was under way: 0 or the errno.
 int finishConnect(int fd);
 

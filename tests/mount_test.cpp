@@ -78,12 +78,13 @@ TEST(Mount, OverTcpAndDomainSocketTheMirrorFollowsTheSource) {
   ASSERT_EQ(peer("gauge /shared/load 7"), "ok");
   ASSERT_EQ(peer("gauge /shared/sub/deep 8"), "ok");
 
-  mount("overTcp", tcpSource(port, "/shared"), "/mnt/tcp/shared");
+  // A host name is resolved off the loop.
+  mount("overTcp", "tcp://localhost:" + std::to_string(port) + "/shared", "/mnt/tcp/shared");
   mount("overSocket", domainSource(socket, "/shared/load"), "/mnt/unix/load");
   ASSERT_TRUE(reaches("overTcp", MountStatus::complete));
   ASSERT_TRUE(reaches("overSocket", MountStatus::complete));
 
-  EXPECT_EQ(statusOf("overTcp")->currentSource().text().view(), tcpSource(port, "/shared"));
+  EXPECT_EQ(statusOf("overTcp")->currentSource().text().view(), "tcp://localhost:" + std::to_string(port) + "/shared");
   EXPECT_EQ(statusOf("overTcp")->code(), MountStatus::ok);
   EXPECT_EQ(statusOf("overTcp")->mountedEntity(), globalDir()->entityRef("/mnt/tcp/shared"));
   EXPECT_EQ(gaugeAt("/mnt/tcp/shared/load")->value(), 7u);
