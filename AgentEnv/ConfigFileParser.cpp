@@ -81,6 +81,7 @@ Name ConfigFileParser::parentDependency() const {
 void ConfigFileParser::handleEntityScopeEnter(Name const& name) {
   scopes_.push_back(Scope{currentEntity_, std::exchange(currentDependency_, Name())});
   Ptr<AgentEnvConfig> entity = configDir_->agentEnvConfigIs(name);
+  if (!sourceLines_.find(name)) sourceLines_.insert(name, SourceLines{reader_->lineOfText(), {}});
   if (currentEntity_) entity->aggConfigIs(currentEntity_);
   entity->configFileIs(currentFile_);
   currentEntity_ = std::move(entity);
@@ -111,9 +112,17 @@ bool ConfigFileParser::defineOnce(bool alreadySet, std::string_view attribute) {
   return !alreadySet;
 }
 
+ConfigFileParser::SourceLines ConfigFileParser::sourceLines(Name const& entry) const {
+  SourceLines const* lines = sourceLines_.find(entry);
+  return lines ? *lines : SourceLines{};
+}
+
 void ConfigFileParser::handleAttribute(AttributeType type, Name const& value) {
   AgentEnvConfig* entity = currentEntity_.ptr();
   if (!entity) return;
+  // The first value is the one that counts, as below.
+  if (SourceLines* lines = sourceLines_.find(entity->name()); lines && unsigned(type) < lines->attribute.size())
+    if (unsigned long& line = lines->attribute[unsigned(type)]; line == 0) line = reader_->lineOfText();
   switch (type) {
     case AttributeType::source0:
       if (defineOnce(!entity->source0().isEmpty(), "source0")) entity->source0Is(EntityUri(value));

@@ -121,6 +121,16 @@ class ConfigFileParser : public Entity {
   // stream and flushes it; counted in attributeErrorsCount only.
   void printError(String8 const& message);
 
+  // ---- Where entries were read ---------------------------------------------
+
+  // The line of an entry's name in its configFile, and of the first value
+  // of each attribute (indexed by AttributeType); 0 where nothing was read.
+  struct SourceLines {
+    unsigned long entry = 0;
+    std::array<unsigned long, 8> attribute{};
+  };
+  SourceLines sourceLines(Name const& entry) const;
+
   // ---- Diagnostics ---------------------------------------------------------
 
   // Syntax errors of the current run (since handleConfigFile last started).
@@ -166,6 +176,7 @@ class ConfigFileParser : public Entity {
   std::ostream* errorStream_;
   std::ostream* echoStream_;
   std::unique_ptr<ConfigReader> reader_;
+  HashMap<SourceLines> sourceLines_;  // by entry name
 };
 
 // A new parser filling configDir. RangeException "null ValidPtr" when

@@ -54,6 +54,8 @@ class ConfigReader {
   size_t read(char* buffer, size_t size);
   // Every scanner rule calls this first: its text lies on the current line.
   void textScanned() { lineOfText_ = line_; }
+  // The line of the most recently scanned text.
+  unsigned long lineOfText() const { return lineOfText_; }
   void lineEnded() { ++line_; }
   // Copies characters the language ignores to the parser's echo stream.
   void echo(char const* text, size_t size);

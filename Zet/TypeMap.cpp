@@ -96,8 +96,10 @@ std::vector<fs::path> mapFilesIn(std::string_view directory) {
   return files;
 }
 
-// The library that the map files of ZET_TYPE_MAP_PATH name for `type`.
-std::optional<std::string> libraryFromMapFiles(std::string_view type) {
+// Calls visit(file) for each map file of ZET_TYPE_MAP_PATH, in order, until
+// it returns true; returns whether one did.
+template <class Visit>
+bool anyMapFile(Visit&& visit) {
   String8 const mapPath = System::getenv("ZET_TYPE_MAP_PATH");
   std::string_view rest = mapPath;
   while (!rest.empty()) {
@@ -106,9 +108,16 @@ std::optional<std::string> libraryFromMapFiles(std::string_view type) {
     rest.remove_prefix(colon == std::string_view::npos ? rest.size() : colon + 1);
     if (directory.empty()) continue;
     for (fs::path const& file : mapFilesIn(directory))
-      if (auto library = libraryInMapFile(file, type)) return library;
+      if (visit(file)) return true;
   }
-  return std::nullopt;
+  return false;
+}
+
+// The library that the map files of ZET_TYPE_MAP_PATH name for `type`.
+std::optional<std::string> libraryFromMapFiles(std::string_view type) {
+  std::optional<std::string> library;
+  anyMapFile([&](fs::path const& file) { return bool(library = libraryInMapFile(file, type)); });
+  return library;
 }
 
 }  // namespace
@@ -123,6 +132,10 @@ struct TypeMap::Impl {
   // `mutex` because they also register types.
   std::recursive_mutex loading;
 };
+
+bool TypeMap::mapFilesFound() {
+  return anyMapFile([](fs::path const&) { return true; });
+}
 
 TypeMap& TypeMap::instance() {
   static TypeMap* map = new TypeMap;

@@ -46,6 +46,8 @@ class TypeMap {
   // The type of that name, loading its library through the map files when
   // it is not registered yet; throws as described above.
   TypeDescriptor const& typeResolved(std::string_view name);
+  // Whether the directories of ZET_TYPE_MAP_PATH hold any map file.
+  static bool mapFilesFound();
   // dlopen's report of the last failed attempt to load the library of this
   // type; empty when the last attempt did not fail that way.
   String8 loadReport(std::string_view name) const;

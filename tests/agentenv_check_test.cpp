@@ -22,10 +22,11 @@ struct Result {
 
 class AgentenvCheck : public ::testing::Test {
  protected:
-  // Runs agentenv with `arguments` and AGENTENV_CONFIGS naming the files'
-  // directory; returns its exit status and what it wrote.
-  Result agentenv(std::vector<std::string> const& arguments) {
-    ScopedEnv path("AGENTENV_CONFIGS", files.path());
+  // Runs agentenv with `arguments` and AGENTENV_CONFIGS naming `configs`
+  // (by default the files' directory); returns its exit status and what it
+  // wrote.
+  Result agentenv(std::vector<std::string> const& arguments, std::string const& configs = "") {
+    ScopedEnv path("AGENTENV_CONFIGS", configs.empty() ? files.path() : configs);
     std::string command = AGENTENV_COMMAND;
     for (std::string const& a : arguments) command += " '" + a + "'";
     int status = std::system((command + " >" + scratch.path() + "/out 2>" + scratch.path() + "/err").c_str());
@@ -41,7 +42,7 @@ class AgentenvCheck : public ::testing::Test {
 };
 
 TEST_F(AgentenvCheck, TheExitStatusTellsWhatKindOfTroubleThereWas) {
-  files.write("base.conf", "base {\n  source0 = \"*\";\n  target = anyPort;\n}\n");
+  files.write("base.conf", "base {\n  source0 = \"*\";\n  target = \"4000\";\n}\n");
   files.write("clean.conf", "#include \"base.conf\"\nstore {\n  dependency = \"base\";\n}\n");
   files.write("a.conf", "a {\n\tsource0 = \"x\"\n  colour = \"red\";\n}\n");
   files.write("b.conf", "a {\n  source0 = \"y\";\n  source0 = \"z\";\n}\n");
@@ -105,6 +106,63 @@ TEST_F(AgentenvCheck, DumpShowsEntriesNestedUnderTheirAggregateSortedByName) {
                                {"timeoutPeriod", "2.5"}}) +
                        dumped("  ", "first", {{"unmountType", "stateRemoving"}, {"aggConfig", "zeta"}}) +
                        dumped("  ", "second", {{"typeName", "\"say \\\"hi\\\"\\x09\""}, {"aggConfig", "zeta"}}));
+}
+
+TEST_F(AgentenvCheck, WarnsOfWhatWouldFailAtRunTimeAtItsLine) {
+  files.write("lint.conf",
+              "base {\n"
+              "  target = \"relative/path\";\n"
+              "  member {\n"
+              "    dependency = \"base\";\n"
+              "  }\n"
+              "}\n"
+              "ghost { dependency = \"nobody\"; }\n"
+              "a { dependency = \"c\"; }\n"
+              "b { dependency = \"a\"; }\n"
+              "c { dependency = \"b\"; }\n"
+              "portA { source0 = \"*\"; target = \"4000\"; }\n"
+              "portB { source0 = \"*\"; target = \"4000\"; }\n"
+              "tooHigh { source0 = \"*\"; target = \"70000\"; }\n"
+              "socket { source0 = \"*\"; target = \"/run/a.sock\"; }\n"
+              "bad {\n"
+              "  source0 = \"tcp://host:99999/x\";\n"
+              "  source1 = \"ftp://host/x\";\n"
+              "  target = \"/m\";\n"
+              "}\n"
+              "plugin { typeName = \"Test::Unmapped\"; target = \"/p\"; }\n");
+  TempDir maps;
+  maps.write("test.map", "Test::Unmapped /nonexistent/libunmapped.so\n");
+  ScopedEnv mapPath("ZET_TYPE_MAP_PATH", maps.path());
+  Result r = agentenv({"check", "lint.conf"});
+  EXPECT_EQ(r.status, 0);
+  std::string expected =
+      "lint.conf:2: warning: target 'relative/path' is not an absolute path\n"
+      "lint.conf:4: warning: 'member' depends on its own aggregate 'base'\n"
+      "lint.conf:7: warning: dependency 'nobody' names no entry\n"
+      "lint.conf:8: warning: dependency cycle: a -> c -> b -> a\n"
+      "lint.conf:12: warning: export target '4000' is exported by 'portA' too\n"
+      "lint.conf:13: warning: export target '70000' is neither a port (1-65535) nor an absolute socket path\n"
+      "lint.conf:16: warning: source0 'tcp://host:99999/x' is not a valid source URI\n"
+      "lint.conf:17: warning: source1 'ftp://host/x' is not a valid source URI\n"
+      "lint.conf:20: warning: typeName 'Test::Unmapped' cannot be resolved: ";
+  EXPECT_EQ(r.err.substr(0, expected.size()), expected) << r.err;
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 9) << r.err;
+  EXPECT_EQ(agentenv({"check", "--strict", "lint.conf"}).status, 1);
+}
+
+TEST_F(AgentenvCheck, TheExamplesAreCleanButForTheirDeliberateCycle) {
+  std::string examples = EXAMPLES_DIR;
+  for (std::vector<std::string> example :
+       {std::vector<std::string>{"-D", "STORE_TIMEOUT=30", examples + "/agent.conf"},
+        {"-D", "PORT=4000", "-D", "SOCKET=/run/a.sock", examples + "/demo/exporter.conf"},
+        {"-D", "PORT=4000", "-D", "SOCKET_URI=unix://%2Frun%2Fa.sock", examples + "/demo/mounter.conf"}}) {
+    example.insert(example.begin(), {"check", "--strict"});
+    Result r = agentenv(example, examples);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+  }
+  Result cycle = agentenv({"check", examples + "/cycle.conf"});
+  EXPECT_EQ(cycle.err, examples + "/cycle.conf:7: warning: dependency cycle: first -> third -> second -> first\n");
 }
 
 TEST_F(AgentenvCheck, BadArgumentsGetOneLineAndStatusTwo) {

@@ -16,7 +16,8 @@ endforeach()
 
 # agentenv_check_test runs the agentenv command built beside it.
 if(TARGET agentenv_check_test AND TARGET agentenv)
-  target_compile_definitions(agentenv_check_test PRIVATE AGENTENV_COMMAND="$<TARGET_FILE:agentenv>")
+  target_compile_definitions(agentenv_check_test PRIVATE AGENTENV_COMMAND="$<TARGET_FILE:agentenv>"
+                                                         EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
   add_dependencies(agentenv_check_test agentenv)
 endif()
 

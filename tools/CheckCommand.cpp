@@ -4,21 +4,26 @@
 #include <iostream>
 
 #include "ConfigDump.h"
+#include "ConfigLint.h"
 #include "Help.h"
 
 namespace Zet::Tool {
 
 CLI::App* CheckCommand::addTo(CLI::App& app) {
   CLI::App* check = app.add_subcommand("check", "read configuration files and report their errors");
-  helpIs(*check, "usage: agentenv check [-D NAME=VALUE]... [--dump] FILE...",
+  helpIs(*check, "usage: agentenv check [-D NAME=VALUE]... [--dump] [--strict] FILE...",
          "Reads agent-environment configuration files as an agent would (includes,\n"
          "the AGENTENV_CONFIGS search path, ${NAME} substitutions) and reports every\n"
-         "error. Nothing is mounted, created or exported.\n");
+         "error, then warns about what would fail at run time: dependencies naming no\n"
+         "entry, dependency cycles, relative targets, bad or doubled export targets,\n"
+         "invalid sources, members depending on their aggregate, type names the type\n"
+         "map cannot resolve. Nothing is mounted, created or exported.\n");
   files_.addTo(*check);
   check->add_flag("--dump", dump_, "print the resulting entries, sorted by name");
+  check->add_flag("--strict", strict_, "count warnings as errors");
   check->footer(
-      "Exit status: 0 no errors, 1 errors in the files, 2 bad arguments or a file\n"
-      "that could not be found or read.");
+      "Exit status: 0 no errors, 1 errors in the files (or warnings, with --strict),\n"
+      "2 bad arguments or a file that could not be found or read.");
   return check;
 }
 
@@ -27,10 +32,11 @@ int CheckCommand::run() {
   Ptr<AgentEnvConfigDir> dir = agentEnvConfigDirFactory("AgentEnvConfigDir");
   Ptr<ConfigFileParser> parser = configFileParserFactory(dir);
   Findings findings = readConfigFiles(*parser, files_, "check");
+  unsigned warnings = lintConfigs(*parser, std::cerr);
   if (dump_) dumpConfigs(*dir, std::cout);
   std::cout.flush();
   if (findings.unreadableFile) return kExitUsage;
-  return findings.errors > 0 ? kExitProblems : kExitOk;
+  return findings.errors > 0 || (strict_ && warnings > 0) ? kExitProblems : kExitOk;
 }
 
 }  // namespace Zet::Tool

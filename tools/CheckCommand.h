@@ -1,12 +1,13 @@
 #pragma once
-// agentenv check [-D NAME=VALUE]... [--dump] FILE...
+// agentenv check [-D NAME=VALUE]... [--dump] [--strict] FILE...
 //
 // Reads configuration files the way an agent would — includes, the
 // AGENTENV_CONFIGS search and substitutions — into a fresh config directory,
-// without running anything, and prints the diagnostics. Exit status:
-// kExitOk when there were none, kExitProblems after syntax or
-// duplicate-attribute errors, kExitUsage for bad arguments and for files
-// that cannot be found or read.
+// without running anything, and prints the diagnostics, then the warnings
+// about what would fail at run time (ConfigLint.h). Exit status: kExitOk
+// when there were no errors, kExitProblems after syntax or
+// duplicate-attribute errors (and, with --strict, warnings), kExitUsage for
+// bad arguments and for files that cannot be found or read.
 
 #include "ConfigReading.h"
 #include "Subcommand.h"
@@ -21,6 +22,7 @@ class CheckCommand : public Subcommand {
  private:
   ConfigFiles files_;
   bool dump_ = false;
+  bool strict_ = false;
 };
 
 }  // namespace Zet::Tool
