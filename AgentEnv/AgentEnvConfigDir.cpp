@@ -30,7 +30,7 @@ void AgentEnvConfigDir::agentEnvConfigDelAll() {
 }
 
 void AgentEnvConfigDir::memberChanged(Name const& name) {
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); });
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvConfig(name); }, &name);
 }
 
 namespace {
@@ -44,6 +44,7 @@ TypeDescriptor const descriptor{
         {"agentEnvConfig-inverse-dir", membersPointBack<&D::agentEnvConfigs>},
         {"count is members count", membersCounted<&D::agentEnvConfigs>},
     },
+    memberAccess<&D::agentEnvConfigs, &D::agentEnvConfigIs, &D::agentEnvConfigDel>(),
 };
 ZET_REGISTER_TYPE(descriptor);
 

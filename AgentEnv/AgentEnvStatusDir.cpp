@@ -30,7 +30,7 @@ void AgentEnvStatusDir::agentEnvStatusDelAll() {
 }
 
 void AgentEnvStatusDir::memberChanged(Name const& name) {
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvStatus(name); });
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onAgentEnvStatus(name); }, &name);
 }
 
 namespace {
@@ -44,6 +44,7 @@ TypeDescriptor const descriptor{
         {"agentEnvStatus-inverse-dir", membersPointBack<&D::agentEnvStatuses>},
         {"count is members count", membersCounted<&D::agentEnvStatuses>},
     },
+    memberAccess<&D::agentEnvStatuses, &D::agentEnvStatusIs, &D::agentEnvStatusDel>(),
 };
 ZET_REGISTER_TYPE(descriptor);
 

@@ -46,15 +46,17 @@ class Entity : public PtrInterface, public Notifier {
   // Hears of every notification of one entity, whatever its type, without
   // learning which attribute changed: for observers written once for all
   // types (the attribute-log service), which then read what they need
-  // through the type descriptor.
+  // through the type descriptor. `member` names the member of a collection
+  // (see MemberAccess) that was added or removed; it is null for a change of
+  // an attribute.
   class ChangeNotifiee : public NotifieeConst {
    public:
     ChangeNotifiee() : NotifieeConst(true) {}
     void notifierIs(Ptr<Entity const> const& n) { bind(n); }
-    virtual void onChange() = 0;
+    virtual void onChange(Name const* member) = 0;
 
    private:
-    void onAnyNotification() final { onChange(); }
+    void onAnyNotification(Name const* member) final { onChange(member); }
   };
 
   // While an entity mirrors one mounted from another process, only the

@@ -30,7 +30,7 @@ void MountConfigDir::mountConfigDelAll() {
 }
 
 void MountConfigDir::memberChanged(Name const& name) {
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountConfig(name); });
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountConfig(name); }, &name);
 }
 
 namespace {

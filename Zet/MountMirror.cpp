@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "Zet/EntityChildren.h"
 #include "Zet/Format.h"
 #include "Zet/Trace.h"
 #include "Zet/TypeMap.h"
@@ -45,11 +46,17 @@ void MountMirror::entityIs(NboAttrLog::Message const& frame, EntityUriPath const
     if (!entity) entity = make(*dir, name, frame.type);
     root_ = entity;
   } else {
-    auto* dir = dynamic_cast<Dir*>(byId(frame.parent));
-    if (!dir) throw AttrLogRecordException(format("entity %u is not a directory", unsigned(frame.parent)));
+    Entity* parent = byId(frame.parent);
     Name name{String8(frame.name)};
-    entity = reusable(*dir, name, frame.type);
-    if (!entity) entity = make(*dir, name, frame.type);
+    if (auto* dir = dynamic_cast<Dir*>(parent)) {
+      entity = reusable(*dir, name, frame.type);
+      if (!entity) entity = make(*dir, name, frame.type);
+    } else if (MemberAccess const* members = parent->fwkType().members) {
+      entity = memberOf(*parent, *members, name, frame.type);
+    } else {
+      throw AttrLogRecordException(
+          format("entity %u is neither a directory nor an owner of members", unsigned(frame.parent)));
+    }
   }
   remember(frame.id, entity);
   applyAttributes(*entity, frame);
@@ -112,6 +119,19 @@ Ptr<Entity> MountMirror::make(Dir& dir, Name const& name, std::string_view type)
   return entity;
 }
 
+Ptr<Entity> MountMirror::memberOf(Entity& owner, MemberAccess const& members, Name const& name, std::string_view type) {
+  Entity::MirrorWriteScope scope;
+  Ptr<Entity> held = members.member(owner, name);
+  if (held && held->fwkType().name == type && previous_.erase(held.ptr())) return held;
+  if (held) takeOut(*held);
+  Ptr<Entity> entity = members.make(owner, name);
+  if (!entity || entity->fwkType().name != type)
+    throw AttrLogRecordException(format("%s makes no member of type %.*s", owner.fwkType().name.data(),
+                                        int(type.size()), type.data()));
+  entity->mirrorIs(true);
+  return entity;
+}
+
 void MountMirror::applyAttributes(Entity& entity, NboAttrLog::Message const& frame) {
   TypeDescriptor const& type = entity.fwkType();
   Entity::MirrorWriteScope scope;
@@ -139,21 +159,24 @@ void MountMirror::forgetSubtree(Entity& top) {
     pending.pop_back();
     auto found = idOf_.find(entity.ptr());
     if (found == idOf_.end()) continue;
-    if (auto* dir = dynamic_cast<Dir*>(entity.ptr()))
-      for (auto const& member : dir->entries())
-        if (Entity* child = member.value()->entity().ptr(); child && idOf_.count(child)) pending.emplace_back(child);
+    forEachChild(*entity, [&](Entity* child) {
+      if (idOf_.count(child)) pending.emplace_back(child);
+    });
     byId_.erase(found->second);
     idOf_.erase(found);
   }
 }
 
 void MountMirror::takeOut(Entity& entity) {
-  auto* dir = dynamic_cast<Dir*>(entity.parent());
-  if (!dir) return;
-  Ptr<Dir::Entry> entry = dir->entry(entity.name());
-  if (!entry || entry->entity().ptr() != &entity) return;
+  Entity* parent = entity.parent();
+  if (!parent) return;
   Entity::MirrorWriteScope scope;
-  dir->entryDel(entity.name());
+  if (auto* dir = dynamic_cast<Dir*>(parent)) {
+    Ptr<Dir::Entry> entry = dir->entry(entity.name());
+    if (entry && entry->entity().ptr() == &entity) dir->entryDel(entity.name());
+  } else if (MemberAccess const* members = parent->fwkType().members) {
+    if (members->member(*parent, entity.name()).ptr() == &entity) members->remove(*parent, entity.name());
+  }
 }
 
 }  // namespace Zet

@@ -3,7 +3,8 @@
 // in step with the frames of its subscription.
 //
 // The root entity is placed at the target path (directories on the way are
-// made); every other entity in the mirror directory its parent id names.
+// made); every other entity in the mirror directory its parent id names, or,
+// when the parent owns a collection, made as its member by name.
 // Entities are made through the type map and their attributes set from
 // their text through the type descriptor, so a mirror fires the ordinary
 // notifications of its type. Mirrored entities are marked as mirrors: only
@@ -59,6 +60,9 @@ class MountMirror {
   // earlier round, if any.
   Ptr<Entity> reusable(Dir const& dir, Name const& name, std::string_view type) const;
   Ptr<Entity> make(Dir& dir, Name const& name, std::string_view type);
+  // The member of that name of a collection owner, made through the owner
+  // (or reused from the last round when it has the type).
+  Ptr<Entity> memberOf(Entity& owner, MemberAccess const& members, Name const& name, std::string_view type);
   void placeRoot(Ptr<Entity> const& entity, EntityUriPath const& target);
   void applyAttributes(Entity& entity, NboAttrLog::Message const& frame);
   void remember(uint32_t id, Ptr<Entity> const& entity);

@@ -24,7 +24,7 @@ void MountStatusDir::mountStatusDelAll() {
 }
 
 void MountStatusDir::memberChanged(Name const& name) {
-  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountStatus(name); });
+  notify<NotifieeConst>([&name](NotifieeConst& n) { n.onMountStatus(name); }, &name);
 }
 
 namespace {

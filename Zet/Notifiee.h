@@ -14,6 +14,8 @@
 #include <cstddef>
 #include <exception>
 
+#include "Zet/String8.h"
+
 namespace Zet {
 
 class Notifier;
@@ -37,8 +39,9 @@ class NotifieeBase {
   virtual void onNotificationException(std::exception const& e);
 
  protected:
-  // What a catch-all notifiee receives for each notification.
-  virtual void onAnyNotification() {}
+  // What a catch-all notifiee receives for each notification: the name of
+  // the collection member added or removed, or null for anything else.
+  virtual void onAnyNotification(Name const* /*member*/) {}
 
   // Leaves the notifier it is still registered with.
   virtual ~NotifieeBase();
@@ -70,16 +73,18 @@ class Notifier {
 
   // Calls handler(notifiee) for each active registered notifiee, as a
   // snapshot round (see above). N is the notifiee interface of the caller's
-  // type; only notifiees of that interface can have registered.
+  // type; only notifiees of that interface (and catch-all ones) can have
+  // registered. `member` names the collection member the notification is
+  // about, for catch-all notifiees.
   template <class N, class Handler>
-  void notify(Handler&& handler) const {
+  void notify(Handler&& handler, Name const* member = nullptr) const {
     if (!head_) return;
     Round round(*this);
     while (NotifieeBase* n = round.take()) {
       if (!n->hasNotificationActive()) continue;
       try {
         if (n->catchAll_)
-          n->onAnyNotification();
+          n->onAnyNotification(member);
         else
           handler(*static_cast<N*>(n));
       } catch (std::exception const& e) {

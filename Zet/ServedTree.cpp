@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "Zet/EntityChildren.h"
+
 namespace Zet {
 namespace NboAttrLog {
 
@@ -12,7 +14,12 @@ class ServedTree::AttributeWatch : public Entity::ChangeNotifiee {
   AttributeWatch(ServedTree& tree, Node& node, Entity const& entity) : tree_(tree), node_(node) {
     notifierIs(Ptr<Entity const>(&entity));
   }
-  void onChange() override { tree_.markChanged(node_); }
+  void onChange(Name const* member) override {
+    if (member)
+      tree_.memberChanged(node_, *member);
+    else
+      tree_.markChanged(node_);
+  }
 
  private:
   ServedTree& tree_;
@@ -92,9 +99,7 @@ void ServedTree::addSubtree(Entity* top, Node* parent) {
     if (nodes_.count(entity) || entity->isMirror()) continue;
     Node& node = newNode(entity, above);
     writeEntity(node);
-    if (auto* dir = dynamic_cast<Dir*>(entity))
-      for (auto const& member : dir->entries())
-        if (Entity* child = member.value()->entity().ptr()) pending.emplace_back(child, &node);
+    forEachChild(*entity, [&](Entity* child) { pending.emplace_back(child, &node); });
   }
 }
 
@@ -115,12 +120,19 @@ void ServedTree::removeSubtree(Node& top) {
 void ServedTree::entryChanged(Node& dirNode, Name const& name) {
   auto const& dir = static_cast<Dir const&>(*dirNode.entity);
   Ptr<Dir::Entry> entry = dir.entry(name);
-  Entity* now = entry && entry->status() == Dir::Entry::Status::current ? entry->entity().ptr() : nullptr;
-  auto found = dirNode.children.find(name.view());
-  Node* was = found == dirNode.children.end() ? nullptr : found->second;
-  if (was && was->entity.ptr() == now) return;
+  childChanged(dirNode, name, entry && entry->status() == Dir::Entry::Status::current ? entry->entity() : nullptr);
+}
+
+void ServedTree::memberChanged(Node& owner, Name const& name) {
+  childChanged(owner, name, owner.entity->fwkType().members->member(*owner.entity, name));
+}
+
+void ServedTree::childChanged(Node& parent, Name const& name, Ptr<Entity> const& now) {
+  auto found = parent.children.find(name.view());
+  Node* was = found == parent.children.end() ? nullptr : found->second;
+  if (was && was->entity == now) return;
   if (was) removeSubtree(*was);
-  if (now) addSubtree(now, &dirNode);
+  if (now) addSubtree(now.ptr(), &parent);
   outlet_.framesAdded();
 }
 

@@ -4,7 +4,8 @@
 // keeps the subscription.
 //
 // The snapshot writes an entity frame for each entity, parents before
-// children. Later, an entity added below a watched directory is written at
+// children; below an entity are the entities of a directory's current
+// entries, or the members of a collection owner (MemberAccess). Later, an entity added below a watched directory is written at
 // once (with everything below it), one that leaves is written as removed,
 // and an entity whose attributes change is marked changed: its frame is
 // written when the connection has room, with the values it has then, so a
@@ -70,7 +71,12 @@ class ServedTree {
   Node& newNode(Entity* entity, Node* parent);
   // Forgets node and everything below it, writing one remove frame.
   void removeSubtree(Node& node);
+  // A directory's entry, or a collection owner's member, of that name
+  // changed: what it holds now replaces what was served.
   void entryChanged(Node& dir, Name const& name);
+  void memberChanged(Node& owner, Name const& name);
+  void childChanged(Node& parent, Name const& name, Ptr<Entity> const& now);
+
   void rootEntryChanged();
   void markChanged(Node& node);
   void unlinkChanged(Node& node);

@@ -36,6 +36,18 @@ struct AuditRule {
   bool (*holds)(Entity const&);
 };
 
+// How the members of an entity that owns a collection of entities (a config
+// directory, say) are listed, and made or removed by name, generically: the
+// attribute-log service serves them like the entries of a directory, and a
+// mirror makes them through their owner. The owner tells of a member added
+// or removed through Notifier::notify with the member's name.
+struct MemberAccess {
+  std::vector<Ptr<Entity>> (*members)(Entity const& owner);
+  Ptr<Entity> (*member)(Entity const& owner, Name const& name);
+  Ptr<Entity> (*make)(Entity& owner, Name const& name);
+  void (*remove)(Entity& owner, Name const& name);
+};
+
 struct TypeDescriptor {
   using Factory = Ptr<Entity> (*)(Name const& name, Entity* parent);
 
@@ -43,6 +55,7 @@ struct TypeDescriptor {
   Factory factory;
   std::vector<AttributeDescriptor> attributes;
   std::vector<AuditRule> auditRules;
+  MemberAccess const* members = nullptr;  // for owners of a collection of entities
 
   AttributeDescriptor const* attribute(AttributeId id) const {
     for (auto const& a : attributes)
@@ -98,6 +111,26 @@ String8 readKeys(Entity const& e) {
     text += m.key().view();
   }
   return String8(text);
+}
+
+// The MemberAccess of an owner from its accessors: Members returns the
+// member map, MemberIs makes (or returns) a member, MemberDel removes one.
+template <auto Members, auto MemberIs, auto MemberDel>
+MemberAccess const* memberAccess() {
+  using Owner = typename detail::MemberTraits<decltype(Members)>::Class;
+  static MemberAccess const access{
+      [](Entity const& owner) {
+        std::vector<Ptr<Entity>> out;
+        for (auto const& m : (static_cast<Owner const&>(owner).*Members)()) out.emplace_back(m.value());
+        return out;
+      },
+      [](Entity const& owner, Name const& name) -> Ptr<Entity> {
+        return (static_cast<Owner const&>(owner).*Members)().value(name);
+      },
+      [](Entity& owner, Name const& name) -> Ptr<Entity> { return (static_cast<Owner&>(owner).*MemberIs)(name); },
+      [](Entity& owner, Name const& name) { (static_cast<Owner&>(owner).*MemberDel)(name); },
+  };
+  return &access;
 }
 
 }  // namespace Zet

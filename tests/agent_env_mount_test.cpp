@@ -167,6 +167,46 @@ TEST_F(AgentEnvMountTest, ARealMountFromAnotherProcess) {
   EXPECT_EQ(code("load"), St::disconnected);
 }
 
+TEST_F(AgentEnvMountTest, StatusAndConfigDirectoriesAreMountedMemberByMember) {
+  char dir[] = "/tmp/zetstatusXXXXXX";
+  std::string socket = std::string(::mkdtemp(dir)) + "/agent.sock";
+  Ptr<Dir> served = globalDir()->dirIs(Name(String8(root.substr(1))))->dirIs("served");
+  served->entryIs("statuses", statuses);
+  served->entryIs("configs", configs);
+  NboAttrLog::connectionDir()->listenDomainSockIs(String8(socket));
+  entry("local", {.target = path("local"), .typeName = "Zet::Dir"});
+  entry("waiting", {.target = path("waiting"), .typeName = "Zet::Dir", .dependency = "_NOT READY_"});
+  for (auto what : {"statuses", "configs"}) {
+    auto mc = MountFacility::mountConfigDir()->mountConfigIs(
+        Name(String8(std::string("remote-") + what)),
+        EntityUri(String8(::Test::domainSource(socket, path("served/") + what))), EntityUri());
+    mc->targetNameIs(EntityUriPath(String8(path("remote/") + what)));
+  }
+  auto remote = [&] { return ptr_cast<AgentEnvStatusDir>(at(path("remote/statuses"))); };
+  ASSERT_TRUE(ActivityFacility::loop().runUntil([&] { return remote() && remote()->agentEnvStatusCount() == 2; }, 10));
+  EXPECT_EQ(remote()->agentEnvStatus(Name("local"))->individualStatus(), St::initialized);
+  auto remoteConfigs = ptr_cast<AgentEnvConfigDir>(at(path("remote/configs")));
+  ASSERT_TRUE(remoteConfigs);
+  EXPECT_EQ(remoteConfigs->agentEnvConfig(Name("waiting"))->typeName(), "Zet::Dir");
+
+  // Changes, new members and members that go follow.
+  configs->agentEnvConfig(Name("waiting"))->dependencyIs(Name(""));
+  entry("later", {.target = path("later"), .typeName = "Zet::Dir"});
+  configs->agentEnvConfigDel(Name("local"));
+  ASSERT_TRUE(ActivityFacility::loop().runUntil(
+      [&] {
+        auto w = remote()->agentEnvStatus(Name("waiting"));
+        return w && w->individualStatus() == St::initialized && remote()->agentEnvStatus(Name("later")) &&
+               !remote()->agentEnvStatus(Name("local"));
+      },
+      10));
+  EXPECT_THROW(remote()->agentEnvStatus(Name("later"))->individualStatusIs(St::fail), PermissionException);
+  for (auto name : {"remote-statuses", "remote-configs"}) MountFacility::mountConfigDir()->mountConfigDel(Name(name));
+  NboAttrLog::connectionDir()->listenDomainSockIs("");
+  served->entryDel("statuses");
+  served->entryDel("configs");
+}
+
 TEST_F(AgentEnvMountTest, ExportEntriesListenWhereTheirTargetSays) {
   TraceCapture traces;
   auto connections = NboAttrLog::connectionDir();
