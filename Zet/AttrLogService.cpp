@@ -50,11 +50,13 @@ AttrLogService::AttrLogService(Ptr<ConnectionDir> const& connections)
   notifierIs(connections);
   if (connections->listenPort()) onListenPort();
   if (!connections->listenDomainSock().isEmpty()) onListenDomainSock();
+  if (!connections->controlDomainSock().isEmpty()) onControlDomainSock();
 }
 
 AttrLogService::~AttrLogService() {
   close(tcp_);
   close(domain_);
+  close(control_);
 }
 
 ServiceFigures AttrLogService::figures() const {
@@ -66,15 +68,17 @@ ServiceFigures AttrLogService::figures() const {
 
 void AttrLogService::onListenPort() { open(tcp_, false); }
 void AttrLogService::onListenDomainSock() { open(domain_, true); }
+void AttrLogService::onControlDomainSock() { open(control_, true); }
 
 void AttrLogService::open(Listener& listener, bool domain) {
   close(listener);
   auto const& connections = *notifier();
   try {
     if (domain) {
-      if (connections.listenDomainSock().isEmpty()) return;
-      listener.fd = Socket::listenDomain(connections.listenDomainSock());
-      listener.domainPath = connections.listenDomainSock();
+      String8 const& path = &listener == &control_ ? connections.controlDomainSock() : connections.listenDomainSock();
+      if (path.isEmpty()) return;
+      listener.fd = Socket::listenDomain(path);
+      listener.domainPath = path;
     } else {
       if (connections.listenPort() == 0) return;
       listener.fd = Socket::listenTcp(connections.listenPort());

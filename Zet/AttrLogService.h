@@ -1,9 +1,10 @@
 #pragma once
 // AttrLogService: the attribute-log service of a process. It follows the
 // connection directory: a listen port opens a TCP listener (on the address
-// of ZET_ATTRLOG_BIND, loopback by default), a listen domain socket opens a
-// listener there; a new value replaces the listener, 0 or "" closes it. Each
-// peer that connects gets an AttrLogSession.
+// of ZET_ATTRLOG_BIND, loopback by default), a listen domain socket or a
+// control domain socket opens a listener there; a new value replaces the
+// listener, 0 or "" closes it. Each peer that connects gets an
+// AttrLogSession.
 //
 // Settings, read from the environment when the service starts:
 //   ZET_ATTRLOG_PEER_UIDS        users whose processes may connect through a
@@ -43,7 +44,9 @@ class AttrLogService : private ConnectionDir::NotifieeConst {
 
   void onListenPort() override;
   void onListenDomainSock() override;
+  void onControlDomainSock() override;
 
+  // Opens the listener on what the connection directory now says for it.
   void open(Listener& listener, bool domain);
   void close(Listener& listener);
   void acceptAll(Listener const& listener, bool domain);
@@ -53,6 +56,7 @@ class AttrLogService : private ConnectionDir::NotifieeConst {
 
   Listener tcp_;
   Listener domain_;
+  Listener control_;
   std::vector<uid_t> allowedUids_;
   size_t maxPendingBytes_;
   std::unordered_map<AttrLogSession*, std::unique_ptr<AttrLogSession>> sessions_;

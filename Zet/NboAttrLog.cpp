@@ -46,6 +46,7 @@ TypeDescriptor const descriptor{
     {
         {0x102, "listenPort", readAs<&C::listenPort>, writeAs<&C::listenPortIs>},
         {0x103, "listenDomainSock", readAs<&C::listenDomainSock>, writeAs<&C::listenDomainSockIs>},
+        {0x104, "controlDomainSock", readAs<&C::controlDomainSock>, writeAs<&C::controlDomainSockIs>},
     },
     {},
 };

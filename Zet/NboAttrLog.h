@@ -24,6 +24,7 @@ class ConnectionDir : public Entity {
    public:
     virtual void onListenPort() {}
     virtual void onListenDomainSock() {}
+    virtual void onControlDomainSock() {}
   };
 
   // The TCP port to listen on; 0 for none.
@@ -32,6 +33,12 @@ class ConnectionDir : public Entity {
   // The path of the domain socket to listen on; empty for none.
   String8 const& listenDomainSock() const { return listenDomainSock_; }
   void listenDomainSockIs(String8 const& v) { attributeIs(listenDomainSock_, v, &NotifieeConst::onListenDomainSock); }
+  // A second domain socket, for the tools that look at a running process:
+  // the same service, kept apart from the socket its exports set.
+  String8 const& controlDomainSock() const { return controlDomainSock_; }
+  void controlDomainSockIs(String8 const& v) {
+    attributeIs(controlDomainSock_, v, &NotifieeConst::onControlDomainSock);
+  }
 
   TypeDescriptor const& fwkType() const override;
   static TypeDescriptor const& type();
@@ -42,6 +49,7 @@ class ConnectionDir : public Entity {
 
   unsigned short listenPort_ = 0;
   String8 listenDomainSock_;
+  String8 controlDomainSock_;
 };
 
 // A new connection directory, not listening anywhere.

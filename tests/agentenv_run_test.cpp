@@ -28,10 +28,12 @@ auto startsWith(std::string prefix) {
 
 struct Demo {
   uint16_t port = Test::freePort();
-  std::string socket = [] {
+  std::string dir = [] {
     char pattern[] = "/tmp/zetrunXXXXXX";
-    return std::string(::mkdtemp(pattern)) + "/a.sock";
+    return std::string(::mkdtemp(pattern));
   }();
+  std::string socket = dir + "/a.sock";
+  std::string control = "unix:" + dir + "/b-control.sock";
 
   std::vector<std::string> exporter(bool overTcp = true) const {
     // Without TCP, it listens on another port: of the mount's sources only the socket serves.
@@ -39,7 +41,7 @@ struct Demo {
                 kExamples + "/demo/exporter.conf"});
   }
   std::vector<std::string> mounter() const {
-    return run({"--agent-name", "B", "--watch", "-D", "PORT=" + std::to_string(port), "-D",
+    return run({"--agent-name", "B", "--watch", "--control", control, "-D", "PORT=" + std::to_string(port), "-D",
                 "SOCKET_URI=" + Test::domainSource(socket, ""), kExamples + "/demo/mounter.conf"});
   }
 };
@@ -50,9 +52,28 @@ TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   ChildProcess b(demo.mounter());
   ASSERT_NE(b.outLine(startsWith("workspace: initialized")), "");
 
+  // What B's control socket shows, in a table, as JSON, and as it changes.
+  ChildProcess status({AGENTENV_COMMAND, "status", "--control", demo.control});
+  EXPECT_EQ(status.wait(), 0);
+  std::string shown = status.restOfOut();
+  EXPECT_NE(shown.find("\nboard      mount        initialized  initialized                 " +
+                       ::Test::tcpSource(demo.port, "/shared/board") + "\n"),
+            std::string::npos)
+      << shown;
+  ChildProcess json({AGENTENV_COMMAND, "status", "--control", demo.control, "--json", "workspace"});
+  EXPECT_EQ(json.wait(), 0);
+  EXPECT_EQ(json.restOfOut(),
+            "{\"code\":\"none\",\"currentSource\":\"\",\"entry\":\"workspace\",\"group\":\"initialized\","
+            "\"message\":\"\",\"mode\":\"instantiate\",\"status\":\"initialized\"}\n");
+  ChildProcess watching({AGENTENV_COMMAND, "status", "--control", demo.control, "--watch", "board"});
+  ASSERT_NE(watching.outLine(startsWith("board ")), "");
+
   // The exporter goes: the monitor says so, and the mount keeps trying.
   a->kill();
   ASSERT_NE(b.outLine(startsWith("board: fail fail disconnected")), "");
+  EXPECT_NE(watching.outLine(startsWith("board: fail fail disconnected")), "");
+  watching.signal(SIGINT);
+  EXPECT_EQ(watching.wait(), 1);
   std::string report = b.errLine(startsWith("B (host:"));
   EXPECT_NE(report.find("mounter.conf: board: fail: disconnected"), std::string::npos) << report;
 
@@ -64,8 +85,11 @@ TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   b.signal(SIGINT);
   EXPECT_EQ(b.wait(), 0);
   std::string table = b.restOfOut();
-  EXPECT_EQ(table.rfind("ENTRY      MODE         STATUS       GROUP        CODE  MESSAGE\n", 0), 0u) << table;
-  EXPECT_NE(table.find("\nboard      mount        initialized  initialized\n"), std::string::npos) << table;
+  EXPECT_EQ(table.rfind("ENTRY      MODE         STATUS       GROUP        CODE  MESSAGE  SOURCE\n", 0), 0u) << table;
+  EXPECT_NE(table.find("\nboard      mount        initialized  initialized                 " +
+                       ::Test::domainSource(demo.socket, "/shared/board") + "\n"),
+            std::string::npos)
+      << table;
   EXPECT_NE(table.find("\nworkspace  instantiate  initialized  initialized\n"), std::string::npos) << table;
   a->signal(SIGTERM);
   EXPECT_EQ(a->wait(), 0);
@@ -90,6 +114,9 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   EXPECT_EQ(missing.wait(), 2);
   ChildProcess bad(run({"--until-settled", "--frobnicate", kExamples + "/cycle.conf"}));
   EXPECT_EQ(bad.wait(), 2);
+  ChildProcess nobody({AGENTENV_COMMAND, "status", "--control", "unix:" + demo.dir + "/nobody.sock"});
+  EXPECT_EQ(nobody.wait(), 2);
+  EXPECT_EQ(nobody.restOfErr(), "agentenv status: no agent answers at " + demo.dir + "/nobody.sock (disconnected)\n");
 }
 
 }  // namespace

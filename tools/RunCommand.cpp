@@ -1,9 +1,5 @@
 #include "RunCommand.h"
 
-#include <signal.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
@@ -12,34 +8,10 @@
 #include "Help.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
+#include "StopSignals.h"
 
 namespace Zet::Tool {
 namespace {
-
-// SIGINT and SIGTERM, read from a descriptor the loop watches, so that a
-// signal ends the run between two callbacks and never inside one.
-class StopSignals {
- public:
-  explicit StopSignals(bool& stop) {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    fd_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-    ActivityFacility::loop().fdWatcherIs(fd_, ActivityLoop::kReadable, [this, &stop](unsigned) {
-      signalfd_siginfo info;
-      while (::read(fd_, &info, sizeof info) == sizeof info) stop = true;
-    });
-  }
-  ~StopSignals() {
-    ActivityFacility::loop().fdWatcherDel(fd_);
-    ::close(fd_);
-  }
-
- private:
-  int fd_;
-};
 
 // Nothing is left that could change an entry without outside help: no
 // reaction is waiting and no entry is in progress (a mount that is retrying
@@ -62,13 +34,15 @@ bool allInitialized(AgentEnvStatusDir const& statuses) {
 CLI::App* RunCommand::addTo(CLI::App& app) {
   CLI::App* run = app.add_subcommand("run", "run an agent host from configuration files");
   helpIs(*run,
-         "usage: agentenv run [-D NAME=VALUE]... [--agent-name NAME] [--until-settled] [--watch]\n"
-         "                    FILE...",
+         "usage: agentenv run [-D NAME=VALUE]... [--agent-name NAME] [--control unix:PATH]\n"
+         "                    [--until-settled] [--watch] FILE...",
          "Builds the agent environment from the files (found on AGENTENV_CONFIGS as an\n"
          "agent would), mounts, instantiates and exports its entries, reports failures\n"
          "on standard error and runs until interrupted (SIGINT, SIGTERM). Then it prints\n"
-         "the status of every entry.\n");
+         "the status of every entry. Meanwhile its control socket lets 'agentenv status'\n"
+         "look at it.\n");
   files_.addTo(*run);
+  control_.addTo(*run);
   run->add_option("--agent-name", agentName_, "the agent's name in failure reports (sets AGENT_NAME)")->type_name("NAME");
   run->add_flag("--until-settled", untilSettled_, "stop once no entry can change without outside help");
   run->add_flag("--watch", watch_, "print a line for each change of an entry's status");
@@ -81,6 +55,7 @@ CLI::App* RunCommand::addTo(CLI::App& app) {
 int RunCommand::run() {
   if (files_.files.empty()) throw UsageError("no configuration file given");
   if (!agentName_.empty()) ::setenv("AGENT_NAME", agentName_.c_str(), 1);
+  control_.agentName = agentName_;
   bool stop = false;
   StopSignals signals(stop);
   Ptr<Dir> home = AgentEnv::dir();
@@ -98,8 +73,11 @@ int RunCommand::run() {
   auto activities = ActivityFacility::activityManagerConfig();
   auto monitor = agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs);
 
+  auto connections = NboAttrLog::connectionDir();
+  connections->controlDomainSockIs(String8(control_.path()));
   ActivityFacility::loop().runUntil([&] { return stop || (untilSettled_ && settled(*statuses)); },
                                     ActivityLoop::kMaxDelaySeconds);
+  connections->controlDomainSockIs("");
   auto wrapper = ptr_cast<AgentEnvDirSmWrapper>(home->entityRef("AgentEnvDirSm"));
   printStatusTable(*statuses, *configs, [&](Name const& name) {
     Ptr<AgentEnvSm> sm = wrapper && wrapper->adsm() ? wrapper->adsm()->agentEnvSm(name) : nullptr;

@@ -1,15 +1,17 @@
 #pragma once
-// agentenv run [-D NAME=VALUE]... [--agent-name NAME] [--until-settled]
-//              [--watch] FILE...
+// agentenv run [-D NAME=VALUE]... [--agent-name NAME] [--control unix:PATH]
+//              [--until-settled] [--watch] FILE...
 //
 // The agent host: builds the agent environment, reads the files into it,
 // starts the status monitor (failures go to standard error) and runs the
 // activity loop until SIGINT or SIGTERM, or, with --until-settled, until no
-// entry can change any more without outside help. Then it prints the table
+// entry can change any more without outside help. Its control socket
+// (ControlSocket.h) serves its tree to the tools meanwhile. Then it prints the table
 // of every entry. Exit status: kExitOk when every entry is initialized,
 // kExitProblems otherwise, kExitUsage for bad arguments and unreadable files.
 
 #include "ConfigReading.h"
+#include "ControlSocket.h"
 #include "Subcommand.h"
 
 namespace Zet::Tool {
@@ -21,6 +23,7 @@ class RunCommand : public Subcommand {
 
  private:
   ConfigFiles files_;
+  ControlSocket control_;
   std::string agentName_;
   bool untilSettled_ = false;
   bool watch_ = false;

@@ -14,20 +14,29 @@ bool showsReason(AgentEnvStatus const& status) {
   return s == AgentEnvStatus::fail || s == AgentEnvStatus::error || s == AgentEnvStatus::unsupported;
 }
 
+std::string modeFromConfig(AgentEnvConfig const* config) {
+  if (!config) return "";
+  if (config->source0().isExport()) return "exp";
+  if (!config->source0().isEmpty()) return "mount";
+  return config->typeName().isEmpty() ? "init" : "instantiate";
+}
+
 void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs, ModeOf const& modeOf,
-                      std::ostream& out) {
-  using Row = std::array<std::string, 6>;
-  std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE"}};
+                      std::ostream& out, std::vector<std::string> const& only) {
+  using Row = std::array<std::string, 7>;
+  std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE"}};
   for (auto const& member : statuses.agentEnvStatuses()) {
     AgentEnvStatus const& s = *member.value();
+    if (!only.empty() && std::find(only.begin(), only.end(), s.name().view()) == only.end()) continue;
     bool reason = showsReason(s);
     Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
     rows.push_back({s.name().str(), modeOf(s.name()), stringValue(s.individualStatus()).str(),
                     stringValue(s.groupStatus()).str(), reason ? stringValue(s.statusCode()).str() : "",
-                    reason ? AgentEnv::statusMessage(member.value(), config).str() : ""});
+                    reason ? AgentEnv::statusMessage(member.value(), config).str() : "",
+                    s.currentSource().text().str()});
   }
   std::sort(rows.begin() + 1, rows.end());
-  std::array<size_t, 6> width{};
+  std::array<size_t, 7> width{};
   for (Row const& row : rows)
     for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
   for (Row const& row : rows) {

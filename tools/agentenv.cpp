@@ -12,6 +12,7 @@
 #include "AgentEnv/AgentEnvVersion.h"
 #include "CheckCommand.h"
 #include "RunCommand.h"
+#include "StatusCommand.h"
 
 namespace Zet::Tool {
 namespace {
@@ -42,7 +43,7 @@ int run(int argc, char** argv) {
   app.add_flag("--version", version);
   app.require_subcommand(0, 1);
   std::vector<Listed> commands;
-  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand}) {
+  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand, new StatusCommand}) {
     std::unique_ptr<Subcommand> command(made);
     CLI::App* sub = command->addTo(app);
     commands.push_back({std::move(command), sub});

@@ -1,0 +1,108 @@
+#include "StatusCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "AgentEnv/AgentEnv.h"
+#include "Help.h"
+#include "StatusTable.h"
+#include "StatusWatch.h"
+#include "StopSignals.h"
+
+namespace Zet::Tool {
+namespace {
+
+// Seconds to wait for the agent's directories.
+constexpr double kReachTimeout = 5.0;
+
+// Mounts the agent's directory of that name at /agentenv-status/NAME.
+Ptr<MountStatus> mountAgentDirectory(ControlSocket const& control, std::string const& name) {
+  Name mountName(String8("agentenv-status-" + name));
+  auto config = MountFacility::mountConfigDir()->mountConfigIs(
+      mountName, EntityUri(String8(control.uri("/AgentEnv/" + name))), EntityUri());
+  config->initTimeoutPeriodIs(kReachTimeout);
+  config->targetNameIs(EntityUriPath(String8("/agentenv-status/" + name)));
+  return MountFacility::mountStatusDir()->mountStatus(mountName);
+}
+
+bool settled(MountStatus const& s) { return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress; }
+
+void printJson(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
+               std::vector<std::string> const& only, std::ostream& out) {
+  std::vector<std::string> names;
+  for (auto const& member : statuses.agentEnvStatuses())
+    if (only.empty() || std::find(only.begin(), only.end(), member.key().view()) != only.end())
+      names.emplace_back(member.key().view());
+  std::sort(names.begin(), names.end());
+  for (std::string const& name : names) {
+    Ptr<AgentEnvStatus const> s = statuses.agentEnvStatus(Name(String8(name)));
+    Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s->name());
+    nlohmann::json row{{"entry", name},
+                       {"mode", modeFromConfig(config.ptr())},
+                       {"status", stringValue(s->individualStatus()).str()},
+                       {"group", stringValue(s->groupStatus()).str()},
+                       {"code", stringValue(s->statusCode()).str()},
+                       {"message", showsReason(*s) ? AgentEnv::statusMessage(s, config).str() : ""},
+                       {"currentSource", s->currentSource().text().str()}};
+    out << row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+  }
+}
+
+}  // namespace
+
+CLI::App* StatusCommand::addTo(CLI::App& app) {
+  CLI::App* status = app.add_subcommand("status", "show the statuses of a running agent");
+  helpIs(*status,
+         "usage: agentenv status [--control unix:PATH] [--agent-name NAME] [--json] [--watch]\n"
+         "                       [ENTRY...]",
+         "Reads the statuses of a running 'agentenv run' through its control socket and\n"
+         "prints them: entry, mode, individual and group status, code and message of a\n"
+         "failure, source in use. --json prints one object per entry and line, with the\n"
+         "keys entry, mode, status, group, code, message, currentSource.\n");
+  control_.addTo(*status);
+  status->add_option("--agent-name", control_.agentName, "the agent whose default control socket to use")
+      ->type_name("NAME");
+  status->add_flag("--json", json_, "one JSON object per entry and line");
+  status->add_flag("--watch", watch_, "then print each change until interrupted");
+  status->add_option("ENTRY", entries_, "only these entries")->type_name("");
+  status->footer(
+      "Exit status: 0 every entry shown initialized, 1 otherwise, 2 bad arguments or no\n"
+      "agent at the control socket.");
+  return status;
+}
+
+int StatusCommand::run() {
+  Ptr<MountStatus> statusesMount = mountAgentDirectory(control_, "AgentEnvStatusDir");
+  Ptr<MountStatus> configsMount = mountAgentDirectory(control_, "AgentEnvConfigDir");
+  ActivityFacility::loop().runUntil([&] { return settled(*statusesMount) && settled(*configsMount); },
+                                    2 * kReachTimeout);
+  auto statuses = ptr_cast<AgentEnvStatusDir>(statusesMount->mountedEntity());
+  auto configs = ptr_cast<AgentEnvConfigDir>(configsMount->mountedEntity());
+  if (statusesMount->state() != MountStatus::complete || configsMount->state() != MountStatus::complete ||
+      !statuses || !configs) {
+    auto const& failed = statusesMount->state() != MountStatus::complete ? *statusesMount : *configsMount;
+    std::cerr << "agentenv status: no agent answers at " << control_.path() << " ("
+              << stringValue(failed.code()).view() << ")" << std::endl;
+    return kExitUsage;
+  }
+  if (json_)
+    printJson(*statuses, *configs, entries_, std::cout);
+  else
+    printStatusTable(*statuses, *configs, [&](Name const& n) { return modeFromConfig(configs->agentEnvConfig(n).ptr()); },
+                     std::cout, entries_);
+  std::cout.flush();
+  if (watch_) {
+    bool stop = false;
+    StopSignals signals(stop);
+    StatusWatch watch(statuses, configs, std::cout);
+    ActivityFacility::loop().runUntil([&] { return stop; }, ActivityLoop::kMaxDelaySeconds);
+  }
+  for (auto const& member : statuses->agentEnvStatuses())
+    if ((entries_.empty() || std::find(entries_.begin(), entries_.end(), member.key().view()) != entries_.end()) &&
+        member.value()->individualStatus() != AgentEnvStatus::initialized)
+      return kExitProblems;
+  return kExitOk;
+}
+
+}  // namespace Zet::Tool
