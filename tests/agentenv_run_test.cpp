@@ -116,7 +116,7 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   EXPECT_EQ(bad.wait(), 2);
   ChildProcess nobody({AGENTENV_COMMAND, "status", "--control", "unix:" + demo.dir + "/nobody.sock"});
   EXPECT_EQ(nobody.wait(), 2);
-  EXPECT_EQ(nobody.restOfErr(), "agentenv status: no agent answers at " + demo.dir + "/nobody.sock (disconnected)\n");
+  EXPECT_EQ(nobody.restOfErr(), "agentenv: no agent answers at " + demo.dir + "/nobody.sock (disconnected)\n");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "AgentEnv/AgentEnv.h"
+#include "AgentView.h"
 #include "Help.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
@@ -12,21 +13,6 @@
 
 namespace Zet::Tool {
 namespace {
-
-// Seconds to wait for the agent's directories.
-constexpr double kReachTimeout = 5.0;
-
-// Mounts the agent's directory of that name at /agentenv-status/NAME.
-Ptr<MountStatus> mountAgentDirectory(ControlSocket const& control, std::string const& name) {
-  Name mountName(String8("agentenv-status-" + name));
-  auto config = MountFacility::mountConfigDir()->mountConfigIs(
-      mountName, EntityUri(String8(control.uri("/AgentEnv/" + name))), EntityUri());
-  config->initTimeoutPeriodIs(kReachTimeout);
-  config->targetNameIs(EntityUriPath(String8("/agentenv-status/" + name)));
-  return MountFacility::mountStatusDir()->mountStatus(mountName);
-}
-
-bool settled(MountStatus const& s) { return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress; }
 
 void printJson(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
                std::vector<std::string> const& only, std::ostream& out) {
@@ -73,19 +59,9 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
 }
 
 int StatusCommand::run() {
-  Ptr<MountStatus> statusesMount = mountAgentDirectory(control_, "AgentEnvStatusDir");
-  Ptr<MountStatus> configsMount = mountAgentDirectory(control_, "AgentEnvConfigDir");
-  ActivityFacility::loop().runUntil([&] { return settled(*statusesMount) && settled(*configsMount); },
-                                    2 * kReachTimeout);
-  auto statuses = ptr_cast<AgentEnvStatusDir>(statusesMount->mountedEntity());
-  auto configs = ptr_cast<AgentEnvConfigDir>(configsMount->mountedEntity());
-  if (statusesMount->state() != MountStatus::complete || configsMount->state() != MountStatus::complete ||
-      !statuses || !configs) {
-    auto const& failed = statusesMount->state() != MountStatus::complete ? *statusesMount : *configsMount;
-    std::cerr << "agentenv status: no agent answers at " << control_.path() << " ("
-              << stringValue(failed.code()).view() << ")" << std::endl;
-    return kExitUsage;
-  }
+  AgentView view = AgentView::ofAgent(control_);
+  auto const& statuses = view.statuses;
+  auto const& configs = view.configs;
   if (json_)
     printJson(*statuses, *configs, entries_, std::cout);
   else

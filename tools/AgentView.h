@@ -1,0 +1,31 @@
+#pragma once
+// The entries a tool looks at: those of a running agent, mounted through its
+// control socket (configs and statuses), or those configuration files
+// declare (configs only: what would happen).
+
+#include <string>
+
+#include "AgentEnv/AgentEnvConfigDir.h"
+#include "AgentEnv/AgentEnvStatusDir.h"
+#include "AgentEnv/ConfigFileParser.h"
+#include "ConfigReading.h"
+#include "ControlSocket.h"
+
+namespace Zet::Tool {
+
+struct AgentView {
+  Ptr<AgentEnvConfigDir const> configs;
+  Ptr<AgentEnvStatusDir const> statuses;  // null for files
+  Ptr<ConfigFileParser> parser;          // for files: where each entry was read
+
+  // The running agent's; UsageError when no agent answers there.
+  static AgentView ofAgent(ControlSocket const& control);
+  // The files'; `findings` tells what reading them found.
+  static AgentView ofFiles(ConfigFiles const& files, std::string const& who, Findings& findings);
+
+  Ptr<AgentEnvStatus const> status(Name const& name) const {
+    return statuses ? statuses->agentEnvStatus(name) : nullptr;
+  }
+};
+
+}  // namespace Zet::Tool
