@@ -95,6 +95,36 @@ TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   EXPECT_EQ(a->wait(), 0);
 }
 
+TEST(AgentenvTools, WhyAndGraphReadFilesToo) {
+  ChildProcess cycle({AGENTENV_COMMAND, "why", "second", kExamples + "/cycle.conf"});
+  EXPECT_EQ(cycle.wait(), 1);
+  EXPECT_EQ(cycle.restOfOut(),
+            "second waits on first → first waits on third → third waits on second → "
+            "cycle: second -> first -> third -> second\n");
+  ChildProcess mounter({AGENTENV_COMMAND, "why", "-D", "PORT=4000", "-D", "SOCKET_URI=unix://%2Fa", "workspace",
+                        kExamples + "/demo/mounter.conf"});
+  EXPECT_EQ(mounter.wait(), 1);
+  EXPECT_EQ(mounter.restOfOut(),
+            "workspace waits on board → board would mount tcp://127.0.0.1:4000/shared/board at /remote/board\n");
+  ChildProcess missing({AGENTENV_COMMAND, "why", "nosuch", kExamples + "/cycle.conf"});
+  EXPECT_EQ(missing.wait(), 1);
+  EXPECT_EQ(missing.restOfOut(), "nosuch: no such entry\n");
+
+  ChildProcess graph({AGENTENV_COMMAND, "graph", "-D", "PORT=1", "-D", "SOCKET=/a.sock", kExamples + "/demo/exporter.conf",
+                      kExamples + "/cycle.conf"});
+  EXPECT_EQ(graph.wait(), 0);
+  std::string dot = graph.restOfOut();
+  EXPECT_NE(dot.find("\"first\" -> \"third\" [color=red, penwidth=2, label=\"cycle\"];"), std::string::npos) << dot;
+  EXPECT_NE(dot.find("\"tasks\" -> \"board\" [style=dashed, arrowhead=empty];"), std::string::npos) << dot;
+  EXPECT_NE(dot.find("\"overTcp\" -> \"board\";"), std::string::npos) << dot;
+  if (std::system("command -v dot >/dev/null 2>&1") == 0) {
+    ChildProcess render({"/bin/sh", "-c", "dot -Tsvg >/dev/null"});
+    render.write(dot);
+    render.closeInput();
+    EXPECT_EQ(render.wait(), 0) << render.restOfErr();
+  }
+}
+
 TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   ChildProcess cycle(run({"--until-settled", kExamples + "/cycle.conf"}));
   EXPECT_EQ(cycle.wait(), 1);

@@ -13,6 +13,7 @@
 #include "CheckCommand.h"
 #include "RunCommand.h"
 #include "StatusCommand.h"
+#include "GraphCommand.h"
 #include "WhyCommand.h"
 
 namespace Zet::Tool {
@@ -44,7 +45,7 @@ int run(int argc, char** argv) {
   app.add_flag("--version", version);
   app.require_subcommand(0, 1);
   std::vector<Listed> commands;
-  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand, new StatusCommand, new WhyCommand}) {
+  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand, new StatusCommand, new WhyCommand, new GraphCommand}) {
     std::unique_ptr<Subcommand> command(made);
     CLI::App* sub = command->addTo(app);
     commands.push_back({std::move(command), sub});

@@ -46,12 +46,18 @@ class ChildProcess {
   }
   ~ChildProcess() {
     kill();
-    for (int fd : {in_, out_.fd, err_.fd}) ::close(fd);
+    for (int fd : {in_, out_.fd, err_.fd})
+      if (fd >= 0) ::close(fd);
   }
   ChildProcess(ChildProcess const&) = delete;
   ChildProcess& operator=(ChildProcess const&) = delete;
 
   bool write(std::string const& text) { return ::write(in_, text.data(), text.size()) == ssize_t(text.size()); }
+  // Ends the child's standard input.
+  void closeInput() {
+    ::close(in_);
+    in_ = -1;
+  }
 
   // The next line of standard output (or error) for which `wanted` holds,
   // skipping the others; "" when none came within timeoutMs.
