@@ -4,6 +4,7 @@
 #include "AgentEnv/AgentEnvConfig.h"
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvDirSm.h"
+#include "AgentEnv/AgentEnvConsistency.h"
 #include "AgentEnv/AgentEnvDirSmWrapper.h"
 #include "AgentEnv/AgentEnvMonitorDirSm.h"
 #include "AgentEnv/AgentEnvMonitorSm.h"

@@ -300,8 +300,6 @@ class AgentEnvSm : public Entity, public Reactor {
   void doRefuseChange(AgentEnvStatus::StatusCode code, TraceLine&& trace);
   template <class Apply>
   void forMountConfigs(char const* mainLabel, Apply&& apply);
-  bool wouldSwitchModes() const;
-  bool failsCommonCheck();
   EntityUriPath targetInEffect() const;
   bool chainMemoHolds() const;
   void chainMemoIs(Name const& terminal);

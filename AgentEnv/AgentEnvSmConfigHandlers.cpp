@@ -1,6 +1,7 @@
 // AgentEnvSm: one handler per config attribute, and the consistency check
 // that decides whether a change can be applied to what is already realised.
 
+#include "AgentEnv/AgentEnvConsistency.h"
 #include "AgentEnv/AgentEnvDirSm.h"
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
@@ -8,21 +9,8 @@
 namespace Zet {
 namespace {
 
-// The last name of a URI's entity path; empty when it has none.
-std::string_view lastName(EntityUri const& uri) {
-  EntityUriPath const& path = uri.entityPath();
-  return path.names() ? path.nameText(path.names() - 1) : std::string_view();
-}
-
 // Whether a source names a remote entity to mount (neither empty nor "*").
 bool isMountSource(EntityUri const& uri) { return !uri.isEmpty() && !uri.isExport(); }
-
-// Whether `ancestor` is a proper ancestor path of `path`.
-bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
-  std::string_view a = ancestor.removeTrailingSlash().text().view(), p = path.text().view();
-  if (a.empty() || a.size() >= p.size() || !p.starts_with(a)) return false;
-  return a == "/" || p[a.size()] == '/';
-}
 
 }  // namespace
 
@@ -190,65 +178,10 @@ void AgentEnvSm::handleConsistencyCheck() {
     SM_TRACE(0) << ": Bad mode: " << static_cast<unsigned>(mode_);
     return;
   }
-  if (mode_ != init && wouldSwitchModes()) return doRefuseChange(AgentEnvStatus::switchedModes, [this] {
-    SM_TRACE(0) << ": Unsupported: Tried to switch modes";
-  });
-  if (failsCommonCheck()) return;
+  EntityUriPath target = configTarget(), inEffect = targetInEffect();
+  auto refused = consistencyRefusal({mode_, *config_, rootConfig()->source0(), sourcePre0_, target, inEffect});
+  if (refused) return doRefuseChange(refused->code, [&] { SM_TRACE(0) << refused->trace; });
   consistencyIs(consistent);
-}
-
-bool AgentEnvSm::wouldSwitchModes() const {
-  EntityUri const& source = rootConfig()->source0();
-  Mode wanted = source.isExport() ? exp : source.isEmpty() ? instantiate : mount;
-  return wanted != mode_;
-}
-
-bool AgentEnvSm::failsCommonCheck() {
-  EntityUri const& source0 = config_->source0();
-  EntityUri const& source1 = config_->source1();
-  Ptr<AgentEnvConfig> const& aggregate = config_->aggConfig();
-  EntityUriPath inEffect = targetInEffect();
-  if (mode_ != init && isAncestorPath(configTarget(), inEffect)) {
-    doRefuseChange(AgentEnvStatus::grandparent,
-                   [this] { SM_TRACE(0) << ": Unsupported: Tried to create grandparent"; });
-    return true;
-  }
-  if (mode_ == mount && isMountSource(sourcePre0_) && !(source0 == sourcePre0_) &&
-      lastName(source0) != lastName(sourcePre0_)) {
-    doRefuseChange(AgentEnvStatus::sourceNameMismatch, [&] {
-      SM_TRACE(0) << ": Unsupported: Last component of path in new source0 is " << inQuotes(lastName(source0))
-                  << ". Does not match last component of old source0: " << inQuotes(lastName(sourcePre0_));
-    });
-    return true;
-  }
-  if (isMountSource(source0) && isMountSource(source1) && !(source0.query() == source1.query())) {
-    doRefuseChange(AgentEnvStatus::flagsMismatch,
-                   [this] { SM_TRACE(0) << ": Unsupported: Source1 flags don't match those of source0."; });
-    return true;
-  }
-  if (aggregate && !source0.isEmpty() && !aggregate->source0().isEmpty()) {
-    doRefuseChange(AgentEnvStatus::overrideSource,
-                   [this] { SM_TRACE(0) << ": Unsupported: Tried to override source0 in nested config."; });
-    return true;
-  }
-  if (aggregate && !source1.isEmpty() && !aggregate->source1().isEmpty()) {
-    doRefuseChange(AgentEnvStatus::overrideSource,
-                   [this] { SM_TRACE(0) << ": Unsupported: Tried to override source1 in nested config."; });
-    return true;
-  }
-  if (aggregate && isMountSource(aggregate->source0()) && !config_->target().isEmpty()) {
-    doRefuseChange(AgentEnvStatus::overrideTarget,
-                   [this] { SM_TRACE(0) << ": Unsupported: Tried to override target in nested mount config."; });
-    return true;
-  }
-  if (isMountSource(source0) && isMountSource(source1) && lastName(source0) != lastName(source1)) {
-    doRefuseChange(AgentEnvStatus::sourceNameMismatch, [&] {
-      SM_TRACE(0) << ": Unsupported: Last component of path in source1 is " << inQuotes(lastName(source1))
-                  << ". Does not match last component of source0: " << inQuotes(lastName(source0));
-    });
-    return true;
-  }
-  return false;
 }
 
 }  // namespace Zet
