@@ -60,6 +60,18 @@ Ptr<Entity> makeFromTypeMap(Name const& name, Entity* parent) {
   return agentEnvConfigFactory(name, dynamic_cast<AgentEnvConfigDir*>(parent));
 }
 
+// The aggregate is written as the full name of a config of the same
+// directory (as it is read); an empty text takes the config out of its
+// aggregate. RangeException when the directory has no config of that name.
+void writeAggConfig(Entity& e, std::string_view text) {
+  auto& config = static_cast<AgentEnvConfig&>(e);
+  if (text.empty()) return config.aggConfigIs(nullptr);
+  Name name{String8(text.substr(text.rfind('/') + 1))};
+  Ptr<AgentEnvConfig> aggregate = config.dir() ? config.dir()->agentEnvConfig(name) : nullptr;
+  if (!aggregate) throwRangeException(format("no config '%s' beside '%s'", name.charPtr(), config.name().charPtr()));
+  config.aggConfigIs(aggregate);
+}
+
 String8 readDir(Entity const& e) {
   auto const* dir = static_cast<AgentEnvConfig const&>(e).dir();
   return dir ? dir->fullName() : String8();
@@ -93,7 +105,7 @@ TypeDescriptor const descriptor{
         {0x108, "notReady", readNotReady, nullptr},
         {0x109, "dependency", readAs<&C::dependency>, writeAs<&C::dependencyIs>},
         {0x10a, "timeoutPeriod", readAs<&C::timeoutPeriod>, writeAs<&C::timeoutPeriodIs>},
-        {0x10b, "aggConfig", readAs<&C::aggConfig>, nullptr},
+        {0x10b, "aggConfig", readAs<&C::aggConfig>, writeAggConfig},
         {0x10c, "nestedConfig", readKeys<&C::nestedConfigs>, nullptr},
         {0x10d, "unmountType", readAs<&C::unmountType>, writeAs<&C::unmountTypeIs>},
         {0x10e, "configFile", readAs<&C::configFile>, writeAs<&C::configFileIs>},

@@ -18,6 +18,18 @@ void MountMirror::roundBegin() {
 }
 
 void MountMirror::roundEnd() {
+  // Attributes that name another entity of the snapshot that came later.
+  auto retries = std::move(retries_);
+  retries_.clear();
+  for (auto const& r : retries) {
+    Entity::MirrorWriteScope scope;
+    try {
+      r.attribute->write(*r.entity, r.text);
+    } catch (std::exception const& e) {
+      ZET_TRACE_AT("MountFacility", 1) << r.entity->fullName() << ": attribute " << r.attribute->name
+                                       << " cannot take '" << r.text << "': " << e.what();
+    }
+  }
   auto leftovers = std::move(previous_);
   previous_.clear();
   for (auto& [raw, entity] : leftovers) {
@@ -140,9 +152,10 @@ void MountMirror::applyAttributes(Entity& entity, NboAttrLog::Message const& fra
     if (!attribute || !attribute->write) continue;
     try {
       attribute->write(entity, a.text);
-    } catch (std::exception const& e) {
-      ZET_TRACE_AT("MountFacility", 1) << entity.fullName() << ": attribute " << attribute->name
-                                       << " cannot take '" << a.text << "': " << e.what();
+    } catch (std::exception const&) {
+      // Tried again when the snapshot is complete: it may name an entity
+      // that comes later in it.
+      retries_.push_back({Ptr<Entity>(&entity), attribute, std::string(a.text)});
     }
   }
 }

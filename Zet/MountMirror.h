@@ -10,6 +10,10 @@
 // notifications of its type. Mirrored entities are marked as mirrors: only
 // the mount machinery, inside a MirrorWriteScope, changes them.
 //
+// An attribute whose text the entity refuses during a snapshot (one that
+// names an entity coming later in it, say) is written again when the
+// snapshot is complete, and left as it is if refused again.
+//
 // A new round (a new snapshot over a new or the same connection) reuses the
 // entities of the last one where the snapshot has an entity of the same type
 // at the same place, so watchers of a mirrored entity keep watching it
@@ -17,7 +21,9 @@
 // round ends.
 
 #include <cstdint>
+#include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "Zet/AttrLogProtocol.h"
 #include "Zet/Dir.h"
@@ -73,6 +79,12 @@ class MountMirror {
   std::unordered_map<uint32_t, Ptr<Entity>> byId_;
   std::unordered_map<Entity const*, uint32_t> idOf_;
   std::unordered_map<Entity const*, Ptr<Entity>> previous_;  // last round's, not reused yet
+  struct Retry {
+    Ptr<Entity> entity;
+    AttributeDescriptor const* attribute;
+    std::string text;
+  };
+  std::vector<Retry> retries_;  // attribute writes refused before the round ended
   Ptr<Entity> root_;
 };
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,16 @@ std::vector<std::string> run(std::vector<std::string> arguments) {
 
 auto startsWith(std::string prefix) {
   return [prefix](std::string const& line) { return line.rfind(prefix, 0) == 0; };
+}
+
+// Whether the agent behind control says, within a few seconds, that nothing
+// holds `entry` back.
+bool answers(std::string const& control, std::string const& entry) {
+  for (int tries = 0; tries < 100; ++tries) {
+    if (ChildProcess({AGENTENV_COMMAND, "why", "--control", control, entry}).wait() == 0) return true;
+    ::usleep(50000);
+  }
+  return false;
 }
 
 struct Demo {
@@ -123,6 +134,48 @@ TEST(AgentenvTools, WhyAndGraphReadFilesToo) {
     render.closeInput();
     EXPECT_EQ(render.wait(), 0) << render.restOfErr();
   }
+}
+
+TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
+  Demo demo;
+  std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
+  auto write = [&](std::string const& text) { std::ofstream(conf) << text; };
+  write("base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
+        "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; }\n"
+        "gone { typeName = \"Zet::Dir\"; target = \"/p/gone\"; dependency = \"\"; }\n"
+        "sock { source0 = \"*\"; target = \"" + demo.dir + "/exp.sock\"; dependency = \"\"; }\n");
+  ChildProcess agent(run({"--control", control, conf}));
+  ASSERT_TRUE(answers(control, "keep"));
+
+  write("base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
+        "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; timeoutPeriod = 5.0; }\n"
+        "fresh { typeName = \"Zet::Dir\"; target = \"/p/fresh\"; dependency = \"keep\"; }\n"
+        "sock { typeName = \"Zet::Dir\"; target = \"/p/sock\"; dependency = \"\"; }\n");
+  ChildProcess plan({AGENTENV_COMMAND, "plan", "--control", control, conf});
+  EXPECT_EQ(plan.wait(), 1);
+  EXPECT_EQ(plan.restOfOut(),
+            "unchanged base\n"
+            "added     fresh\n"
+            "removed   gone\n"
+            "updated   keep: timeoutPeriod: \"600\" → \"5\"\n"
+            "refused   sock: switchedModes: Unsupported: Tried to switch modes\n");
+
+  ChildProcess reload({AGENTENV_COMMAND, "reload", "--control", control});
+  EXPECT_EQ(reload.wait(), 0);
+  EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")),
+            "agentenv run: reload: 1 added, 1 removed, 1 updated, 1 refused, 1 unchanged");
+  write("base { typeName = \"Zet::Dir\" target = \"/p/base\"; }\n");
+  ChildProcess broken({AGENTENV_COMMAND, "reload", "--control", control});
+  EXPECT_EQ(broken.wait(), 0);
+  EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")), "agentenv run: reload: the files have errors; nothing changed");
+
+  agent.signal(SIGTERM);
+  EXPECT_EQ(agent.wait(), 0);
+  std::string table = agent.restOfOut();
+  for (auto row : {"\nbase ", "\nfresh ", "\nkeep ", "\nsock "}) EXPECT_NE(table.find(row), std::string::npos) << table;
+  EXPECT_EQ(table.find("\ngone "), std::string::npos) << table;
+  ChildProcess nobody({AGENTENV_COMMAND, "reload", "--control", control});
+  EXPECT_EQ(nobody.wait(), 2);
 }
 
 TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {

@@ -20,6 +20,8 @@ struct ControlSocket {
   void addTo(CLI::App& subcommand);
   // The socket's path.
   std::string path() const;
+  // Where the host writes its process id: the socket's path with ".pid".
+  std::string pidFile() const { return path() + ".pid"; }
   // The URI of an entity of the agent's tree behind the socket.
   std::string uri(std::string const& entityPath) const;
 };

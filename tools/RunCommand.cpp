@@ -1,14 +1,19 @@
 #include "RunCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <array>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 
 #include "AgentEnv/AgentEnv.h"
+#include "AgentView.h"
+#include "ConfigPlan.h"
 #include "Help.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
-#include "StopSignals.h"
+#include "SignalWatch.h"
 
 namespace Zet::Tool {
 namespace {
@@ -29,7 +34,36 @@ bool allInitialized(AgentEnvStatusDir const& statuses) {
   return true;
 }
 
+// The process id, written where 'agentenv reload' looks for it while the
+// host runs.
+class PidFile {
+ public:
+  explicit PidFile(std::string path) : path_(std::move(path)) {
+    std::ofstream(path_) << ::getpid() << "\n";
+  }
+  ~PidFile() { std::remove(path_.c_str()); }
+
+ private:
+  std::string path_;
+};
+
 }  // namespace
+
+void RunCommand::reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses) {
+  Findings findings;
+  AgentView wanted = AgentView::ofFiles(files_, "run", findings);
+  if (findings.unreadableFile || findings.errors) {
+    std::cerr << "agentenv run: reload: the files have errors; nothing changed" << std::endl;
+    return;
+  }
+  auto plan = planChanges(configs, &statuses, *wanted.configs);
+  applyPlan(configs, *wanted.configs, plan);
+  std::array<unsigned, 5> count{};
+  for (EntryChange const& change : plan) ++count[change.kind];
+  std::cerr << "agentenv run: reload: " << count[EntryChange::added] << " added, " << count[EntryChange::removed]
+            << " removed, " << count[EntryChange::updated] << " updated, " << count[EntryChange::refused]
+            << " refused, " << count[EntryChange::unchanged] << " unchanged" << std::endl;
+}
 
 CLI::App* RunCommand::addTo(CLI::App& app) {
   CLI::App* run = app.add_subcommand("run", "run an agent host from configuration files");
@@ -40,7 +74,8 @@ CLI::App* RunCommand::addTo(CLI::App& app) {
          "agent would), mounts, instantiates and exports its entries, reports failures\n"
          "on standard error and runs until interrupted (SIGINT, SIGTERM). Then it prints\n"
          "the status of every entry. Meanwhile its control socket lets 'agentenv status'\n"
-         "look at it.\n");
+         "look at it, and SIGHUP (or 'agentenv reload') reads the files again and applies\n"
+         "what 'agentenv plan' shows; files with errors change nothing.\n");
   files_.addTo(*run);
   control_.addTo(*run);
   run->add_option("--agent-name", agentName_, "the agent's name in failure reports (sets AGENT_NAME)")->type_name("NAME");
@@ -75,6 +110,8 @@ int RunCommand::run() {
 
   auto connections = NboAttrLog::connectionDir();
   connections->controlDomainSockIs(String8(control_.path()));
+  PidFile pid(control_.pidFile());
+  SignalWatch reloads({SIGHUP}, [&](int) { reload(*configs, *statuses); });
   ActivityFacility::loop().runUntil([&] { return stop || (untilSettled_ && settled(*statuses)); },
                                     ActivityLoop::kMaxDelaySeconds);
   connections->controlDomainSockIs("");

@@ -6,10 +6,13 @@
 // starts the status monitor (failures go to standard error) and runs the
 // activity loop until SIGINT or SIGTERM, or, with --until-settled, until no
 // entry can change any more without outside help. Its control socket
-// (ControlSocket.h) serves its tree to the tools meanwhile. Then it prints the table
+// (ControlSocket.h) serves its tree to the tools meanwhile, and SIGHUP
+// reloads the files (ConfigPlan.h). Then it prints the table
 // of every entry. Exit status: kExitOk when every entry is initialized,
 // kExitProblems otherwise, kExitUsage for bad arguments and unreadable files.
 
+#include "AgentEnv/AgentEnvConfigDir.h"
+#include "AgentEnv/AgentEnvStatusDir.h"
 #include "ConfigReading.h"
 #include "ControlSocket.h"
 #include "Subcommand.h"
@@ -22,6 +25,9 @@ class RunCommand : public Subcommand {
   int run() override;
 
  private:
+  // Reads the files again and applies the changes (ConfigPlan.h).
+  void reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses);
+
   ConfigFiles files_;
   ControlSocket control_;
   std::string agentName_;

@@ -9,7 +9,7 @@
 #include "Help.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
-#include "StopSignals.h"
+#include "SignalWatch.h"
 
 namespace Zet::Tool {
 namespace {

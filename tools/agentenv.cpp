@@ -14,6 +14,8 @@
 #include "RunCommand.h"
 #include "StatusCommand.h"
 #include "GraphCommand.h"
+#include "PlanCommand.h"
+#include "ReloadCommand.h"
 #include "WhyCommand.h"
 
 namespace Zet::Tool {
@@ -45,7 +47,7 @@ int run(int argc, char** argv) {
   app.add_flag("--version", version);
   app.require_subcommand(0, 1);
   std::vector<Listed> commands;
-  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand, new StatusCommand, new WhyCommand, new GraphCommand}) {
+  for (auto* made : std::initializer_list<Subcommand*>{new CheckCommand, new RunCommand, new StatusCommand, new WhyCommand, new GraphCommand, new PlanCommand, new ReloadCommand}) {
     std::unique_ptr<Subcommand> command(made);
     CLI::App* sub = command->addTo(app);
     commands.push_back({std::move(command), sub});

@@ -1,0 +1,98 @@
+#include "ConfigPlan.h"
+
+#include <algorithm>
+#include <map>
+
+#include "AgentEnv/AgentEnvConsistency.h"
+#include "AgentEnv/AgentEnvSm.h"
+
+namespace Zet::Tool {
+namespace {
+
+using St = AgentEnvStatus;
+
+// The attributes the language sets, as the descriptor has them.
+bool compared(AttributeDescriptor const& a) { return a.write && a.name != "configFile" && a.name != "nextRound"; }
+
+std::string aggregateName(AgentEnvConfig const& c) { return c.aggConfig() ? c.aggConfig()->name().str() : ""; }
+
+std::vector<std::string> differences(AgentEnvConfig const& was, AgentEnvConfig const& wanted) {
+  std::vector<std::string> out;
+  for (auto const& a : AgentEnvConfig::type().attributes) {
+    if (!compared(a)) continue;
+    String8 before = a.read(was), after = a.read(wanted);
+    if (!(before == after)) out.push_back(std::string(a.name) + ": \"" + before.str() + "\" → \"" + after.str() + "\"");
+  }
+  if (aggregateName(was) != aggregateName(wanted))
+    out.push_back("aggConfig: \"" + aggregateName(was) + "\" → \"" + aggregateName(wanted) + "\"");
+  return out;
+}
+
+// The mode an entry is realised in, as far as its config and status tell:
+// none until it has acted.
+unsigned realisedMode(AgentEnvConfig const& config, AgentEnvStatus const* status) {
+  if (!status || status->individualStatus() == St::notApplicable) return AgentEnvSm::init;
+  AgentEnvConfig const& root = config.aggConfig() ? *config.aggConfig() : config;
+  if (root.source0().isExport()) return AgentEnvSm::exp;
+  return root.source0().isEmpty() ? AgentEnvSm::instantiate : AgentEnvSm::mount;
+}
+
+}  // namespace
+
+std::string kindText(EntryChange::Kind kind) {
+  static char const* const texts[] = {"added", "removed", "unchanged", "updated", "refused"};
+  return texts[kind];
+}
+
+std::vector<EntryChange> planChanges(AgentEnvConfigDir const& running, AgentEnvStatusDir const* statuses,
+                                     AgentEnvConfigDir const& wanted) {
+  std::vector<EntryChange> plan;
+  for (auto const& member : wanted.agentEnvConfigs()) {
+    AgentEnvConfig const& next = *member.value();
+    Ptr<AgentEnvConfig> was = running.agentEnvConfig(next.name());
+    if (!was) {
+      plan.push_back({next.name().str(), EntryChange::added, {}});
+      continue;
+    }
+    std::vector<std::string> details = differences(*was, next);
+    if (details.empty()) {
+      plan.push_back({next.name().str(), EntryChange::unchanged, {}});
+      continue;
+    }
+    Ptr<AgentEnvStatus> status = statuses ? statuses->agentEnvStatus(next.name()) : nullptr;
+    unsigned mode = realisedMode(*was, status.ptr());
+    EntityUriPath inEffect = mode == AgentEnvSm::init ? EntityUriPath() : was->target();
+    EntityUri const& rootSource0 = next.aggConfig() ? next.aggConfig()->source0() : next.source0();
+    auto refused = consistencyRefusal({mode, next, rootSource0, was->source0(), next.target(), inEffect});
+    if (refused)
+      plan.push_back({next.name().str(), EntryChange::refused, {stringValue(refused->code).str() + refused->trace}});
+    else
+      plan.push_back({next.name().str(), EntryChange::updated, std::move(details)});
+  }
+  for (auto const& member : running.agentEnvConfigs())
+    if (!wanted.agentEnvConfig(Name(member.key()))) plan.push_back({member.key().str(), EntryChange::removed, {}});
+  std::sort(plan.begin(), plan.end(), [](auto const& a, auto const& b) { return a.entry < b.entry; });
+  return plan;
+}
+
+void applyPlan(AgentEnvConfigDir& running, AgentEnvConfigDir const& wanted, std::vector<EntryChange> const& plan) {
+  // Every added entry exists before any attribute is written, so that an
+  // aggregate named by a member is there.
+  for (auto const& change : plan)
+    if (change.kind == EntryChange::added) running.agentEnvConfigIs(Name(String8(change.entry)));
+  for (auto const& change : plan) {
+    if (change.kind != EntryChange::added && change.kind != EntryChange::updated) continue;
+    Name name(String8(change.entry));
+    AgentEnvConfig const& next = *wanted.agentEnvConfig(name);
+    Ptr<AgentEnvConfig> config = running.agentEnvConfig(name);
+    config->configFileIs(next.configFile());
+    std::string aggregate = aggregateName(next);
+    config->aggConfigIs(aggregate.empty() ? nullptr : running.agentEnvConfig(Name(String8(aggregate))));
+    for (auto const& a : AgentEnvConfig::type().attributes)
+      if (compared(a)) a.write(*config, a.read(next).view());
+  }
+  for (auto const& change : plan)
+    if (change.kind == EntryChange::removed) running.agentEnvConfigDel(Name(String8(change.entry)));
+}
+
+}  // namespace Zet::Tool
