@@ -48,7 +48,8 @@ struct Demo {
 
   std::vector<std::string> exporter(bool overTcp = true) const {
     // Without TCP, it listens on another port: of the mount's sources only the socket serves.
-    return run({"--agent-name", "A", "-D", "PORT=" + std::to_string(overTcp ? port : 65535), "-D", "SOCKET=" + socket,
+    return run({"--agent-name", "A", "--control", "unix:" + dir + "/a-control.sock", "-D",
+                "PORT=" + std::to_string(overTcp ? port : 65535), "-D", "SOCKET=" + socket,
                 kExamples + "/demo/exporter.conf"});
   }
   std::vector<std::string> mounter() const {
@@ -179,7 +180,8 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
 }
 
 TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
-  ChildProcess cycle(run({"--until-settled", kExamples + "/cycle.conf"}));
+  Demo demo;
+  ChildProcess cycle(run({"--until-settled", "--control", "unix:" + demo.dir + "/c.sock", kExamples + "/cycle.conf"}));
   EXPECT_EQ(cycle.wait(), 1);
   std::string table = cycle.restOfOut();
   EXPECT_NE(table.find("\nfirst "), std::string::npos) << table;
@@ -187,8 +189,8 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   std::string reports = cycle.restOfErr();
   EXPECT_NE(reports.find("cycle.conf: first: "), std::string::npos) << reports;
 
-  Demo demo;
-  ChildProcess exporter(run({"--until-settled", "-D", "PORT=" + std::to_string(demo.port), "-D",
+  ChildProcess exporter(run({"--until-settled", "--control", "unix:" + demo.dir + "/e.sock", "-D",
+                             "PORT=" + std::to_string(demo.port), "-D",
                              "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
   EXPECT_EQ(exporter.wait(), 0);
   EXPECT_EQ(exporter.restOfErr(), "");
