@@ -61,6 +61,7 @@ struct Demo {
 TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   Demo demo;
   auto a = std::make_unique<ChildProcess>(demo.exporter());
+  ASSERT_TRUE(answers("unix:" + demo.dir + "/a-control.sock", "overTcp"));
   ChildProcess b(demo.mounter());
   ASSERT_NE(b.outLine(startsWith("workspace: initialized")), "");
 
