@@ -13,7 +13,7 @@ void forEachChild(Entity& entity, Visit&& visit) {
     for (auto const& member : dir->entries())
       if (Entity* child = member.value()->entity().ptr()) visit(child);
   } else if (MemberAccess const* members = entity.fwkType().members) {
-    for (Ptr<Entity> const& child : members->members(entity)) visit(child.ptr());
+    for (Entity* child : members->members(entity)) visit(child);
   }
 }
 

@@ -42,7 +42,9 @@ struct AuditRule {
 // mirror makes them through their owner. The owner tells of a member added
 // or removed through Notifier::notify with the member's name.
 struct MemberAccess {
-  std::vector<Ptr<Entity>> (*members)(Entity const& owner);
+  // The members, in the owner's order; they live as long as the owner
+  // holds them.
+  std::vector<Entity*> (*members)(Entity const& owner);
   Ptr<Entity> (*member)(Entity const& owner, Name const& name);
   Ptr<Entity> (*make)(Entity& owner, Name const& name);
   void (*remove)(Entity& owner, Name const& name);
@@ -120,8 +122,8 @@ MemberAccess const* memberAccess() {
   using Owner = typename detail::MemberTraits<decltype(Members)>::Class;
   static MemberAccess const access{
       [](Entity const& owner) {
-        std::vector<Ptr<Entity>> out;
-        for (auto const& m : (static_cast<Owner const&>(owner).*Members)()) out.emplace_back(m.value());
+        std::vector<Entity*> out;
+        for (auto const& m : (static_cast<Owner const&>(owner).*Members)()) out.push_back(m.value().ptr());
         return out;
       },
       [](Entity const& owner, Name const& name) -> Ptr<Entity> {

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <string>
 
+#include "AgentEnv/AgentEnv.h"
 #include "Zet/AttrLogSession.h"
 #include "Zet/MountMirror.h"
 #include "Zet/Zet.h"
@@ -73,6 +74,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   Ptr<Dir> a = globalDir()->dirIs("fuzz")->dirIs("a");
   a->entityIs("status", "Zet::MountStatus");
   a->dirIs("b")->entityIs("config", "Zet::MountConfig");
+  // An owner of a collection, served member by member.
+  Ptr<AgentEnvStatusDir> statuses = agentEnvStatusDirFactory("statuses");
+  statuses->agentEnvStatusIs("e1")->currentSourceIs(EntityUri(String8("tcp://h:1/x")));
+  a->entryIs("statuses", statuses);
   return 0;
 }
 
