@@ -1,13 +1,32 @@
 #include "StatusTable.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <ostream>
 #include <vector>
 
 #include "AgentEnv/AgentEnvRoot.h"
+#include "Zet/System.h"
 
 namespace Zet::Tool {
+
+namespace {
+
+// Colour only for a person at a terminal, and never when NO_COLOR is set.
+bool colourWanted() { return ::isatty(STDOUT_FILENO) && System::getenv("NO_COLOR").isEmpty(); }
+
+std::string coloured(std::string const& status) {
+  char const* code = status == "initialized"                                              ? "32"
+                     : status == "fail" || status == "error"                              ? "31"
+                     : status == "inProgress"                                             ? "33"
+                     : status == "unsupported"                                            ? "35"
+                                                                                          : nullptr;
+  return code ? std::string("\033[") + code + "m" + status + "\033[0m" : status;
+}
+
+}  // namespace
 
 bool showsReason(AgentEnvStatus const& status) {
   auto s = status.individualStatus();
@@ -39,10 +58,11 @@ void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const
   std::array<size_t, 7> width{};
   for (Row const& row : rows)
     for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
+  bool colour = colourWanted();
   for (Row const& row : rows) {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i) {
-      line += row[i];
+      line += colour && (i == 2 || i == 3) ? coloured(row[i]) : row[i];
       if (i + 1 < row.size()) line.append(width[i] - row[i].size() + 2, ' ');
     }
     while (!line.empty() && line.back() == ' ') line.pop_back();
