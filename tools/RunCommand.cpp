@@ -34,17 +34,23 @@ bool allInitialized(AgentEnvStatusDir const& statuses) {
   return true;
 }
 
-// The process id, written where 'agentenv reload' looks for it while the
-// host runs.
-class PidFile {
+// The control socket, and the process id written beside it where
+// 'agentenv reload' looks for it, for as long as the host runs.
+class ControlPoint {
  public:
-  explicit PidFile(std::string path) : path_(std::move(path)) {
-    std::ofstream(path_) << ::getpid() << "\n";
+  explicit ControlPoint(ControlSocket const& control) : pidFile_(control.pidFile()) {
+    NboAttrLog::connectionDir()->controlDomainSockIs(String8(control.path()));
+    std::ofstream(pidFile_) << ::getpid() << "\n";
   }
-  ~PidFile() { std::remove(path_.c_str()); }
+  ~ControlPoint() {
+    std::remove(pidFile_.c_str());
+    NboAttrLog::connectionDir()->controlDomainSockIs("");
+  }
+  ControlPoint(ControlPoint const&) = delete;
+  ControlPoint& operator=(ControlPoint const&) = delete;
 
  private:
-  std::string path_;
+  std::string pidFile_;
 };
 
 }  // namespace
@@ -93,6 +99,7 @@ int RunCommand::run() {
   control_.agentName = agentName_;
   bool stop = false;
   StopSignals signals(stop);
+  ControlPoint controlPoint(control_);  // there before the first entry acts
   Ptr<Dir> home = AgentEnv::dir();
   Ptr<AgentEnvConfigDir> configs = AgentEnv::agentEnvConfigDir();
   Ptr<AgentEnvStatusDir> statuses = AgentEnv::agentEnvStatusDir();
@@ -108,13 +115,9 @@ int RunCommand::run() {
   auto activities = ActivityFacility::activityManagerConfig();
   auto monitor = agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs);
 
-  auto connections = NboAttrLog::connectionDir();
-  connections->controlDomainSockIs(String8(control_.path()));
-  PidFile pid(control_.pidFile());
   SignalWatch reloads({SIGHUP}, [&](int) { reload(*configs, *statuses); });
   ActivityFacility::loop().runUntil([&] { return stop || (untilSettled_ && settled(*statuses)); },
                                     ActivityLoop::kMaxDelaySeconds);
-  connections->controlDomainSockIs("");
   auto wrapper = ptr_cast<AgentEnvDirSmWrapper>(home->entityRef("AgentEnvDirSm"));
   printStatusTable(*statuses, *configs, [&](Name const& name) {
     Ptr<AgentEnvSm> sm = wrapper && wrapper->adsm() ? wrapper->adsm()->agentEnvSm(name) : nullptr;
