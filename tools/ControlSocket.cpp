@@ -10,9 +10,12 @@
 
 namespace Zet::Tool {
 
-void ControlSocket::addTo(CLI::App& subcommand) {
+void ControlSocket::addTo(CLI::App& subcommand, bool withAgentName) {
   subcommand.add_option("--control", given, "the agent's control socket (default: named after the agent)")
       ->type_name("unix:PATH");
+  if (withAgentName)
+    subcommand.add_option("--agent-name", agentName, "the agent whose default control socket to use")
+        ->type_name("NAME");
 }
 
 std::string ControlSocket::path() const {

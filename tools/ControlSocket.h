@@ -17,7 +17,9 @@ struct ControlSocket {
   std::string given;      // --control unix:PATH (or PATH), as given
   std::string agentName;  // for the default path
 
-  void addTo(CLI::App& subcommand);
+  // Declares --control and, for the tools that look at an agent,
+  // --agent-name (the agent host has its own, which names the agent).
+  void addTo(CLI::App& subcommand, bool withAgentName = true);
   // The socket's path.
   std::string path() const;
   // Where the host writes its process id: the socket's path with ".pid".

@@ -8,8 +8,6 @@ namespace Zet::Tool {
 
 void EntrySource::addTo(CLI::App& subcommand) {
   control.addTo(subcommand);
-  subcommand.add_option("--agent-name", control.agentName, "the agent whose default control socket to use")
-      ->type_name("NAME");
   files.addTo(subcommand);
 }
 

@@ -18,8 +18,6 @@ CLI::App* PlanCommand::addTo(CLI::App& app) {
          "could not be applied to what the entry has realised (code and reason); refused\n"
          "changes are not applied.\n");
   control_.addTo(*plan);
-  plan->add_option("--agent-name", control_.agentName, "the agent whose default control socket to use")
-      ->type_name("NAME");
   files_.addTo(*plan);
   plan->footer(
       "Exit status: 0 nothing would be refused, 1 something would, 2 bad arguments,\n"

@@ -15,8 +15,6 @@ CLI::App* ReloadCommand::addTo(CLI::App& app) {
          "Sends SIGHUP to the 'agentenv run' behind the control socket: it reads its files\n"
          "again and applies what 'agentenv plan' shows.\n");
   control_.addTo(*reload);
-  reload->add_option("--agent-name", control_.agentName, "the agent whose default control socket to use")
-      ->type_name("NAME");
   reload->footer("Exit status: 0 the agent was told, 2 bad arguments or no agent there.");
   return reload;
 }

@@ -83,7 +83,7 @@ CLI::App* RunCommand::addTo(CLI::App& app) {
          "look at it, and SIGHUP (or 'agentenv reload') reads the files again and applies\n"
          "what 'agentenv plan' shows; files with errors change nothing.\n");
   files_.addTo(*run);
-  control_.addTo(*run);
+  control_.addTo(*run, false);
   run->add_option("--agent-name", agentName_, "the agent's name in failure reports (sets AGENT_NAME)")->type_name("NAME");
   run->add_flag("--until-settled", untilSettled_, "stop once no entry can change without outside help");
   run->add_flag("--watch", watch_, "print a line for each change of an entry's status");

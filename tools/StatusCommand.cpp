@@ -47,8 +47,6 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
          "failure, source in use. --json prints one object per entry and line, with the\n"
          "keys entry, mode, status, group, code, message, currentSource.\n");
   control_.addTo(*status);
-  status->add_option("--agent-name", control_.agentName, "the agent whose default control socket to use")
-      ->type_name("NAME");
   status->add_flag("--json", json_, "one JSON object per entry and line");
   status->add_flag("--watch", watch_, "then print each change until interrupted");
   status->add_option("ENTRY", entries_, "only these entries")->type_name("");
