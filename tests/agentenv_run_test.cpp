@@ -142,37 +142,46 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   Demo demo;
   std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
   auto write = [&](std::string const& text) { std::ofstream(conf) << text; };
+  std::string group = "grp { typeName = \"Zet::Dir\"; target = \"/p/grp\"; dependency = \"\";\n"
+                      "      bad { typeName = \"No::Such\"; } }\n";
   write("base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
         "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; }\n"
         "gone { typeName = \"Zet::Dir\"; target = \"/p/gone\"; dependency = \"\"; }\n"
-        "sock { source0 = \"*\"; target = \"" + demo.dir + "/exp.sock\"; dependency = \"\"; }\n");
+        "sock { source0 = \"*\"; target = \"" + demo.dir + "/exp.sock\"; dependency = \"\"; }\n" + group);
   ChildProcess agent(run({"--control", control, conf}));
   ASSERT_TRUE(answers(control, "keep"));
+  // A member that fails holds its aggregate back.
+  ChildProcess why({AGENTENV_COMMAND, "why", "--control", control, "grp"});
+  EXPECT_EQ(why.wait(), 1);
+  std::string told = why.restOfOut();
+  EXPECT_EQ(told.rfind("grp waits on its member bad (error) → bad: error: ", 0), 0u) << told;
 
   write("base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
         "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; timeoutPeriod = 5.0; }\n"
         "fresh { typeName = \"Zet::Dir\"; target = \"/p/fresh\"; dependency = \"keep\"; }\n"
-        "sock { typeName = \"Zet::Dir\"; target = \"/p/sock\"; dependency = \"\"; }\n");
+        "sock { typeName = \"Zet::Dir\"; target = \"/p/sock\"; dependency = \"\"; }\n" + group);
   ChildProcess plan({AGENTENV_COMMAND, "plan", "--control", control, conf});
   EXPECT_EQ(plan.wait(), 1);
   EXPECT_EQ(plan.restOfOut(),
+            "unchanged bad\n"
             "unchanged base\n"
             "added     fresh\n"
             "removed   gone\n"
+            "unchanged grp\n"
             "updated   keep: timeoutPeriod: \"600\" → \"5\"\n"
             "refused   sock: switchedModes: Unsupported: Tried to switch modes\n");
 
   ChildProcess reload({AGENTENV_COMMAND, "reload", "--control", control});
   EXPECT_EQ(reload.wait(), 0);
   EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")),
-            "agentenv run: reload: 1 added, 1 removed, 1 updated, 1 refused, 1 unchanged");
+            "agentenv run: reload: 1 added, 1 removed, 1 updated, 1 refused, 3 unchanged");
   write("base { typeName = \"Zet::Dir\" target = \"/p/base\"; }\n");
   ChildProcess broken({AGENTENV_COMMAND, "reload", "--control", control});
   EXPECT_EQ(broken.wait(), 0);
   EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")), "agentenv run: reload: the files have errors; nothing changed");
 
   agent.signal(SIGTERM);
-  EXPECT_EQ(agent.wait(), 0);
+  EXPECT_EQ(agent.wait(), 1);  // "bad" is in error
   std::string table = agent.restOfOut();
   for (auto row : {"\nbase ", "\nfresh ", "\nkeep ", "\nsock "}) EXPECT_NE(table.find(row), std::string::npos) << table;
   EXPECT_EQ(table.find("\ngone "), std::string::npos) << table;

@@ -11,8 +11,12 @@ namespace {
 
 using St = AgentEnvStatus;
 
-// The attributes the language sets, as the descriptor has them.
-bool compared(AttributeDescriptor const& a) { return a.write && a.name != "configFile" && a.name != "nextRound"; }
+// The attributes the language sets, as the descriptor has them; the
+// aggregate is compared by name apart (its text is a full name, which
+// differs between directories).
+bool compared(AttributeDescriptor const& a) {
+  return a.write && a.name != "configFile" && a.name != "nextRound" && a.name != "aggConfig";
+}
 
 std::string aggregateName(AgentEnvConfig const& c) { return c.aggConfig() ? c.aggConfig()->name().str() : ""; }
 
