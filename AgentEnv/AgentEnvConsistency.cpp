@@ -23,7 +23,11 @@ bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
   return a == "/" || p[a.size()] == '/';
 }
 
-std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string quoted(std::string_view text) {
+  std::string out(1, '"');
+  out.append(text).push_back('"');
+  return out;
+}
 
 ConsistencyRefusal refusal(Sc code, std::string trace) { return {code, std::move(trace)}; }
 

@@ -56,7 +56,9 @@ class Lint {
     if (!entry(dependency))
       warn(e, Type::dependency, "dependency '" + dependency.str() + "' names no entry");
     else if (e.aggConfig() && e.aggConfig()->name() == dependency)
-      warn(e, Type::dependency, "'" + e.name().str() + "' depends on its own aggregate '" + dependency.str() + "'");
+      warn(e, Type::dependency,
+           std::string(1, '\'').append(e.name().view()).append("' depends on its own aggregate '").append(dependency.view()) +
+               "'");
   }
 
   void checkSources(AgentEnvConfig const& e) {

@@ -122,7 +122,7 @@ std::string run(std::string const& line) {
     in >> path >> n;
     Ptr<Dir> dir = place(path + "/x").first;
     for (uint64_t i = 0; i < n; ++i) {
-      Name name{String8("c" + std::to_string(i))};
+      Name name{String8(std::string("c").append(std::to_string(i)))};
       dir->entityIs(name, "Test::Gauge");
       dir->entryDel(name);
     }
