@@ -44,7 +44,6 @@ class MountLink : public PtrInterface, private NboAttrLog::AttrLogStream::Handle
   // to subscriber.
   uint32_t subscribe(Subscriber* subscriber, std::string_view path);
   void unsubscribe(uint32_t subscription);
-  size_t subscriberCount() const { return subscribers_.size(); }
 
  private:
   void connect(sockaddr const* address, socklen_t size);

@@ -25,7 +25,6 @@ class MountMachinery : private MountConfigDir::NotifieeConst {
 
   // The link to the endpoint of source, shared by the mounts that use it.
   Ptr<MountLink> link(EntityUri const& source);
-  size_t linkCount() const { return links_.size(); }
 
  private:
   void onMountConfig(Name const& name) override;

@@ -39,7 +39,6 @@ class MountMirror {
 
   // The mirrored root, null when there is none.
   Ptr<Entity> const& root() const { return root_; }
-  size_t entityCount() const { return byId_.size(); }
 
   // The entities mirrored so far become candidates for reuse.
   void roundBegin();

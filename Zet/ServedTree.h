@@ -57,7 +57,6 @@ class ServedTree {
   // Writes update frames for changed entities, oldest change first, until
   // none is left or frames() holds at least limit bytes.
   void writeChanges(size_t limit);
-  size_t entityCount() const { return nodes_.size(); }
 
  private:
   struct Node;
