@@ -7,6 +7,7 @@
 #include <tuple>
 #include <vector>
 
+#include "DependencyCycles.h"
 #include "Zet/TypeMap.h"
 
 namespace Zet::Tool {
@@ -98,35 +99,12 @@ class Lint {
     }
   }
 
-  // Every entry has at most one dependency, so each walk follows one chain;
-  // a chain that comes back to a name of the same walk is a cycle, reported
-  // once, from its first name in sorted order.
   void checkCycles() {
-    std::map<std::string, int> walkOf;  // the walk that first reached a name
-    int walk = 0;
-    for (AgentEnvConfig const* start : entries_) {
-      ++walk;
-      std::vector<AgentEnvConfig const*> chain;
-      for (AgentEnvConfig const* at = start; at; at = entry(at->dependency())) {
-        auto [seen, fresh] = walkOf.emplace(at->name().str(), walk);
-        if (!fresh) {
-          if (seen->second == walk) reportCycle(chain, at);
-          break;
-        }
-        chain.push_back(at);
-        if (!AgentEnvConfig::namesEntry(at->dependency())) break;
-      }
+    for (auto const& cycle : dependencyCycles(*parser_.configDir())) {
+      std::string names;
+      for (AgentEnvConfig const* e : cycle) names += e->name().str() + " -> ";
+      warn(*cycle.front(), Type::dependency, "dependency cycle: " + names + cycle.front()->name().str());
     }
-  }
-
-  void reportCycle(std::vector<AgentEnvConfig const*> const& chain, AgentEnvConfig const* back) {
-    auto begin = std::find(chain.begin(), chain.end(), back);
-    std::vector<AgentEnvConfig const*> cycle(begin, chain.end());
-    auto first = std::min_element(cycle.begin(), cycle.end(), [](auto a, auto b) { return a->name().view() < b->name().view(); });
-    std::rotate(cycle.begin(), first, cycle.end());
-    std::string names;
-    for (AgentEnvConfig const* e : cycle) names += e->name().str() + " -> ";
-    warn(*cycle.front(), Type::dependency, "dependency cycle: " + names + cycle.front()->name().str());
   }
 
   ConfigFileParser const& parser_;

@@ -6,6 +6,7 @@
 #include <set>
 #include <vector>
 
+#include "DependencyCycles.h"
 #include "Help.h"
 
 namespace Zet::Tool {
@@ -33,22 +34,11 @@ char const* colour(St::Status s) {
   }
 }
 
-// The names on dependency cycles: each entry has one dependency at most, so
-// a walk from each entry either ends or comes back to a name it has seen.
+// The names on dependency cycles.
 std::set<std::string> namesOnCycles(AgentEnvConfigDir const& configs) {
   std::set<std::string> onCycle;
-  for (auto const& member : configs.agentEnvConfigs()) {
-    std::vector<std::string> walk;
-    for (AgentEnvConfig const* at = member.value().ptr(); at; at = configs.agentEnvConfig(at->dependency()).ptr()) {
-      std::string name = at->name().str();
-      if (auto seen = std::find(walk.begin(), walk.end(), name); seen != walk.end()) {
-        onCycle.insert(seen, walk.end());
-        break;
-      }
-      if (walk.size() > configs.agentEnvConfigCount()) break;
-      walk.push_back(name);
-    }
-  }
+  for (auto const& cycle : dependencyCycles(configs))
+    for (AgentEnvConfig const* e : cycle) onCycle.insert(e->name().str());
   return onCycle;
 }
 
