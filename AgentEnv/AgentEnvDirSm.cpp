@@ -106,20 +106,41 @@ void AgentEnvDirSm::reconcile(Name const& name) {
 }
 
 void AgentEnvDirSm::dependencyMissing(Name const& dependency, Name const& dependent) {
-  missingDependents_.insert(dependency, {}).first->push_back(dependent);
+  if (Name* waiting = waitsFor_.find(dependent)) {
+    if (*waiting == dependency) return;
+    forgetMissingDependency(dependent);
+  }
+  waitsFor_.insert(dependent, dependency);
+  std::unique_ptr<HashMap<bool>>& dependents = *dependentsOf_.insert(dependency, nullptr).first;
+  if (!dependents) dependents = std::make_unique<HashMap<bool>>();
+  dependents->insert(dependent, true);
+}
+
+void AgentEnvDirSm::forgetMissingDependency(Name const& dependent) {
+  Name* waiting = waitsFor_.find(dependent);
+  if (!waiting) return;
+  Name dependency = *waiting;
+  waitsFor_.erase(dependent);
+  std::unique_ptr<HashMap<bool>>* dependents = dependentsOf_.find(dependency);
+  if (!dependents) return;
+  (*dependents)->erase(dependent);
+  if ((*dependents)->empty()) dependentsOf_.erase(dependency);
 }
 
 void AgentEnvDirSm::wakeDependents(Name const& name) {
-  std::vector<Name>* waiting = missingDependents_.find(name);
+  std::unique_ptr<HashMap<bool>>* waiting = dependentsOf_.find(name);
   if (!waiting) return;
-  std::vector<Name> dependents = std::move(*waiting);
-  missingDependents_.erase(name);
-  for (Name const& dependent : dependents)
-    if (Ptr<AgentEnvSm> sm = agentEnvSm(dependent)) sm->notificationDefer(AgentEnvSm::kRedispatch);
+  std::unique_ptr<HashMap<bool>> dependents = std::move(*waiting);
+  dependentsOf_.erase(name);
+  for (auto const& dependent : *dependents) {
+    waitsFor_.erase(dependent.key());
+    if (Ptr<AgentEnvSm> sm = agentEnvSm(dependent.key())) sm->notificationDefer(AgentEnvSm::kRedispatch);
+  }
 }
 
 void AgentEnvDirSm::remove(Name const& name) {
   ZET_TRACE_AT("AgentEnvSm", 1) << "AgentEnvConfig deleted: " << name;
+  forgetMissingDependency(name);
   if (Ptr<AgentEnvSm> sm = agentEnvSm(name)) sm->maybeDeleteMountConfig();
   agentEnvSmDel(name);
   statusDir_->agentEnvStatusDel(name);

@@ -9,7 +9,7 @@
 // order. Not thread-safe: runs on the activity-loop thread.
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvSm.h"
@@ -63,8 +63,11 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
 
   // Remembers that `dependent` found no entry named `dependency`; when such
   // an entry appears, the dependent's dependency handler runs again (from
-  // the loop), so entries may name entries that come later in a file.
+  // the loop), so entries may name entries that come later in a file. A
+  // dependent waits for one name at a time and is forgotten when it goes.
   void dependencyMissing(Name const& dependency, Name const& dependent);
+  // How many entries wait so for a name no entry has.
+  size_t waitingDependentCount() const { return waitsFor_.size(); }
 
  protected:
   virtual Ptr<AgentEnvSm> newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
@@ -79,12 +82,16 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   void reconcile(Name const& name);
   void remove(Name const& name);
   void wakeDependents(Name const& name);
+  void forgetMissingDependency(Name const& dependent);
 
   Ptr<AgentEnvConfigDir const> configDir_;
   Ptr<AgentEnvStatusDir> statusDir_;
   HashMap<Ptr<AgentEnvSm>> sms_;
   uint32_t dependencyGeneration_ = 1;
-  HashMap<std::vector<Name>> missingDependents_;  // by the name they miss
+  // Entries waiting for a name no entry has: by that name, and the name
+  // each of them waits for.
+  HashMap<std::unique_ptr<HashMap<bool>>> dependentsOf_;
+  HashMap<Name> waitsFor_;
 };
 
 // A new AgentEnvDirSm over the two directories.

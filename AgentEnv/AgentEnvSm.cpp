@@ -283,7 +283,7 @@ EntityUri AgentEnvSm::sourceNameUri() const {
   if (!root) return EntityUri();
   EntityUri const& source = root->source0();
   if (root == config_ || source.isEmpty() || source.isExport() || config_->pathSuffix().isEmpty()) return source;
-  return EntityUri(String8(joined(source.text().view(), config_->pathSuffix().text().view())));
+  return source.below(config_->pathSuffix().entityPath());
 }
 
 EntityUri AgentEnvSm::mcSourceName() const { return sourceNameUri(); }

@@ -8,7 +8,6 @@
 // then finds its entity at its place. A member with a target of its own
 // mounts on its own.
 
-#include <string>
 
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmReactors.h"
@@ -103,11 +102,8 @@ void AgentEnvSm::handleMountStatus() {
 void AgentEnvSm::handlePrefixMountStatus() {
   if (!status_) return;
   Ptr<MountStatus const> ms = prefixMountStatus();
-  if (ms && !ms->currentSource().isEmpty()) {
-    std::string source(ms->currentSource().text().view());
-    if (!config_->pathSuffix().isEmpty()) source += config_->pathSuffix().entityPath().text().view();
-    status_->currentSourceIs(EntityUri(String8(source)));
-  }
+  if (ms && !ms->currentSource().isEmpty())
+    status_->currentSourceIs(ms->currentSource().below(config_->pathSuffix().entityPath()));
   // The prefix mount delivers this entry's entity when it is at its place.
   Ptr<Entity> delivered = ms && ms->state() == MountStatus::complete ? globalDir()->entityRef(configTarget()) : nullptr;
   if (ms && ms->state() == MountStatus::complete && !delivered) {

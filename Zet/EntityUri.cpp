@@ -215,6 +215,19 @@ bool EntityUri::Parts::parseAuthority(std::string_view authority) {
   return true;
 }
 
+EntityUri EntityUri::below(EntityUriPath const& suffix) const {
+  if (isEmpty() || suffix.names() == 0) return *this;
+  std::string_view t = text().view();
+  size_t question = t.find('?');
+  std::string joined(t.substr(0, question));
+  for (size_t i = 0; i < suffix.names(); ++i) {
+    if (joined.back() != '/') joined += '/';
+    joined += suffix.nameText(i);
+  }
+  if (question != std::string_view::npos) joined += t.substr(question);
+  return EntityUri(String8(joined));
+}
+
 std::ostream& operator<<(std::ostream& out, EntityUri const& uri) { return out << uri.text(); }
 
 }  // namespace Zet

@@ -105,6 +105,9 @@ class EntityUri {
   // The path of the entity in its process's tree.
   EntityUriPath const& entityPath() const { return parts().path; }
   UriQuery const& query() const { return parts().query; }
+  // The URI of the entity at `suffix` below this one: the suffix's names
+  // appended to the path, one '/' before each, the query kept.
+  EntityUri below(EntityUriPath const& suffix) const;
 
   String8 const& text() const { return parts().text; }
   friend bool operator==(EntityUri const& a, EntityUri const& b) {

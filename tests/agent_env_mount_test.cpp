@@ -119,7 +119,8 @@ TEST_F(AgentEnvMountTest, MembersAreDeliveredByTheirAggregatesMount) {
   HandDrivenMounts hand;
   entry("agg", {.source0 = "tcp://db:4000/agg", .target = path("agg"), .dependency = "_NOT READY_"});
   entry("one", {.pathSuffix = "/one", .aggConfig = "agg"});
-  entry("two", {.pathSuffix = "/two", .aggConfig = "agg"});
+  // A suffix is a path below the aggregate's source, with or without its '/'.
+  entry("two", {.pathSuffix = "two", .aggConfig = "agg"});
   configs->agentEnvConfig(Name("agg"))->dependencyIs(Name(""));
   settle();
   Ptr<MountConfig> mc = mountConfig("agg");
@@ -142,6 +143,7 @@ TEST_F(AgentEnvMountTest, MembersAreDeliveredByTheirAggregatesMount) {
   EXPECT_EQ(status("one")->currentSource().text(), "tcp://db:4000/agg/one");
   EXPECT_EQ(individual("two"), St::fail);
   EXPECT_EQ(code("two"), St::mountEntityNotFound);
+  EXPECT_EQ(message("two"), "entity not found on server: tcp://db:4000/agg/two");
   EXPECT_EQ(group("agg"), St::fail);
 
   // When the aggregate's mount fails, its members fail with it.

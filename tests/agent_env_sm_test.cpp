@@ -74,6 +74,19 @@ TEST_F(AgentEnvSmTest, MissingDependencyIsAnErrorUntilItAppears) {
   settle();
   EXPECT_EQ(individual("app"), St::initialized);
   EXPECT_EQ(code("app"), St::dependencyNotFound);  // an attempt that succeeds leaves the code
+  EXPECT_EQ(dirSm->waitingDependentCount(), 0u);
+
+  // Entries that wait for a name nobody has are remembered once each, for
+  // the name they wait for now, and forgotten when they go: reloads that
+  // remove and add them again keep nothing behind.
+  for (int cycle = 0; cycle < 3; ++cycle) {
+    for (int i = 0; i < 10; ++i) entry(numbered("orphan", i), {.typeName = "Zet::Dir", .dependency = "nobody"});
+    configs->agentEnvConfig(Name("orphan0"))->dependencyIs(Name("nobody-else"));
+    settle();
+    EXPECT_EQ(dirSm->waitingDependentCount(), 10u);
+    for (int i = 0; i < 10; ++i) configs->agentEnvConfigDel(Name(numbered("orphan", i)));
+    EXPECT_EQ(dirSm->waitingDependentCount(), 0u);
+  }
 }
 
 TEST_F(AgentEnvSmTest, CyclesAreReportedByEveryEntryOnThemAndClearedWhenBroken) {

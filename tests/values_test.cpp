@@ -145,6 +145,12 @@ TEST(EntityUri, ReadsEveryFormItServesAndKeepsBadOnes) {
   }
   EXPECT_FALSE(EntityUri(String8("http://x:1/y")).checkScheme());
   EXPECT_FALSE(EntityUri(String8("mailto:x")).checkScheme());
+
+  // A path below a URI joins with one '/' and keeps the query at the end.
+  EXPECT_EQ(local.below(EntityUriPath(String8("orders"))).text(), "unix://%2Ftmp%2Fagent.sock/a/b/orders");
+  EXPECT_EQ(tcp.below(EntityUriPath(String8("/x/y/"))).text(), "tcp://db.local:4000/store/items/x/y?persist&timeout=5");
+  EXPECT_EQ(EntityUri(String8("tcp://h:1")).below(EntityUriPath(String8("x"))).text(), "tcp://h:1/x");
+  EXPECT_EQ(local.below(EntityUriPath()), local);
 }
 
 TEST(EntityUriPath, NamesJoinsAndTrims) {
