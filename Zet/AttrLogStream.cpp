@@ -145,9 +145,17 @@ void AttrLogStream::flush() {
     } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
       return watchFor(ActivityLoop::kReadable | ActivityLoop::kWritable);
     } else if (n < 0 && errno != EINTR) {
-      return fail(format("writing to %s failed: %s", peer_.charPtr(), std::strerror(errno)));
+      return writeFailed(errno);
     }
   }
+}
+
+// A peer that closed may have said why first (a server's refusal arrives
+// before our greeting has gone out): what it sent is read and delivered
+// before the failed write ends the stream.
+void AttrLogStream::writeFailed(int error) {
+  readAvailable();
+  if (fd_.isOpen()) fail(format("writing to %s failed: %s", peer_.charPtr(), std::strerror(error)));
 }
 
 void AttrLogStream::fail(String8 const& reason) {

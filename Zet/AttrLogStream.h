@@ -62,6 +62,7 @@ class AttrLogStream : public PtrInterface {
   void deliverFrames();
   void flush();
   void watchFor(unsigned events);
+  void writeFailed(int error);
   // Ends the stream and tells the handler why.
   void fail(String8 const& reason);
 

@@ -296,6 +296,30 @@ TEST(Mount, APeerOfAnotherUserIsRefused) {
   EXPECT_EQ(statusOf("refused")->code(), MountStatus::permissionDenied);
   EXPECT_FALSE(globalDir()->entityRef("/mnt/refused"));
   unmount("refused");
+
+  // A server that refuses and closes before our greeting has gone out: the
+  // greeting's write fails, and the refusal waiting in the socket is still
+  // what the mount reports, at once, never a disconnection first.
+  std::string early = socketDir() + "/early.sock";
+  SocketFd listener = Socket::listenDomain(String8(early));
+  struct StateLog : MountStatus::NotifieeConst {
+    std::vector<MountStatus::State> seen;
+    void onState() override { seen.push_back(notifier()->state()); }
+  } log;
+  mount("early", domainSource(early, "/g"), "/mnt/early");
+  log.notifierIs(statusOf("early"));
+  // Runs after the attempt has connected and before its greeting is sent.
+  ActivityFacility::loop().deferredCallIs([&] {
+    SocketFd peer(::accept(listener.get(), nullptr, nullptr));
+    ASSERT_TRUE(peer.isOpen());
+    std::string frame;
+    NboAttrLog::FrameWriter(frame).refused("user 1000 may not mount from this process");
+    ASSERT_EQ(::write(peer.get(), frame.data(), frame.size()), ssize_t(frame.size()));
+  });
+  ASSERT_TRUE(reaches("early", MountStatus::error));
+  EXPECT_EQ(statusOf("early")->code(), MountStatus::permissionDenied);
+  EXPECT_EQ(log.seen, (std::vector<MountStatus::State>{MountStatus::inProgress, MountStatus::error}));
+  unmount("early");
 }
 
 TEST(Mount, ATypeThisProcessCannotMakeIsAnExceptionOrFailsItsGroup) {
