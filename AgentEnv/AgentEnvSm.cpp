@@ -84,6 +84,7 @@ void AgentEnvSm::doShutdown() {
   dependencyReactor_.reset();
   dirEntryReactor_.reset();
   mounting_.reset();
+  exportRetry_.reset();
   statusReactor_.notifierIs(nullptr);
   configReactor_.notifierIs(nullptr);
 }

@@ -168,6 +168,9 @@ class AgentEnvSm : public Entity, public Reactor {
 
   // Actions.
   bool doExportAttempt();
+  // The export attempt, with a listener that cannot open reported as the
+  // entry's failure (its reason the listener's) and tried again later.
+  bool doExportAttemptOrReport();
   bool doMountingAttempt();
   // Run on an aggregate's state machine for its members: makes sure the
   // aggregate's own mount, which delivers them, is under way.
@@ -265,6 +268,9 @@ class AgentEnvSm : public Entity, public Reactor {
   // apart, made on first use.
   struct Mounting;
   Mounting& mounting();
+  // The pause before an export whose listener could not open tries again.
+  struct ExportRetry;
+  bool doReportExportFailure(ListenException const& e);
   MountStatusReactor* mountStatusReactor() const;
   MountStatusReactor* prefixMountStatusReactor() const;
 
@@ -276,8 +282,9 @@ class AgentEnvSm : public Entity, public Reactor {
   void handleStatusReaction();
   void handleNestedConfig(Name const& name);
   void doRetryAfterConfigChange();
-  // Writes an outcome as a pair: the code first, then the individual status.
-  void outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s);
+  // Writes an outcome as a pair: the code first, then the individual status
+  // (with the reason, when one is given, before both).
+  void outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s, String8 const& reason = {});
   // Prepares `path` and makes the entity there; attemptTrace is the
   // progress line written once the path is ready.
   void doInstantiate(EntityUriPath const& path, std::string_view attemptTrace);
@@ -314,6 +321,7 @@ class AgentEnvSm : public Entity, public Reactor {
   std::unique_ptr<ZetDependency> dependencyReactor_;
   std::unique_ptr<ZetAggAgentSm> aggAgentSmReactor_;
   std::unique_ptr<Mounting> mounting_;  // made when a mount needs it
+  std::unique_ptr<ExportRetry> exportRetry_;  // while an export waits to try again
   std::unique_ptr<StatusSets> statusSets_;  // made on first use: only aggregates need them
   Name sourceName_;
   Name targetName_;

@@ -14,8 +14,9 @@ bool isMountSource(EntityUri const& uri) { return !uri.isEmpty() && !uri.isExpor
 
 }  // namespace
 
-void AgentEnvSm::outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s) {
+void AgentEnvSm::outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s, String8 const& reason) {
   if (!status_) return;
+  status_->reasonIs(reason);
   status_->statusCodeIs(code);
   status_->individualStatusIs(s);
 }

@@ -6,9 +6,6 @@
 #include "AgentEnv/AgentEnvSmTrace.h"
 
 namespace Zet {
-namespace {
-
-}  // namespace
 
 bool AgentEnvSm::dependencyReady() const {
   Name const& dependency = config_->dependency();
@@ -30,7 +27,7 @@ bool AgentEnvSm::doActionIfReady() {
     AgentEnvSm* root = rootSm();
     if (!root || !root->dependencyReady()) return false;
   }
-  if (rootConfig()->source0().isExport()) return doExportAttempt();
+  if (rootConfig()->source0().isExport()) return doExportAttemptOrReport();
   EntityUriPath target = configTarget();
   if (!target.isEmpty() && !target.isAbsolute()) {
     SM_TRACE(0) << ": Error: Target is not absolute:" << inQuotes(target);

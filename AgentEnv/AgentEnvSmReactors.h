@@ -96,4 +96,21 @@ struct AgentEnvSm::Mounting {
   std::unique_ptr<MountStatusReactor> prefixStatusReactor;
 };
 
+// The timer of an export that waits to try again; the pause doubles from
+// try to try up to a cap. Going away cancels the timer.
+struct AgentEnvSm::ExportRetry {
+  static constexpr double kFirstDelay = 0.1;
+  static constexpr double kMaxDelay = 5.0;
+
+  ExportRetry() = default;
+  ExportRetry(ExportRetry const&) = delete;
+  ExportRetry& operator=(ExportRetry const&) = delete;
+  ~ExportRetry() {
+    if (timer) ActivityFacility::loop().timerDel(timer);
+  }
+
+  ActivityLoop::TimerId timer = 0;
+  double delay = kFirstDelay;
+};
+
 }  // namespace Zet

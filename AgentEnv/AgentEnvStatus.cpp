@@ -39,6 +39,7 @@ TypeDescriptor const descriptor{
         {0x106, "statusCode", readAs<&S::statusCode>, writeAs<&S::statusCodeIs>},
         {0x107, "entity", readAs<&S::entity>, nullptr},
         {0x108, "round", readAs<&S::round>, writeAs<&S::roundIs>},
+        {0x109, "reason", readAs<&S::reason>, writeAs<&S::reasonIs>},
     },
     {},
 };

@@ -1,8 +1,9 @@
 #pragma once
 // AgentEnvStatus: the outcome of one config (same name): its own status, the
 // status of the config with its nested configs, the reason code, the entity
-// brought in and the mount round it describes. Written by the state
-// machines, watched by the monitor. Not thread-safe.
+// brought in and the mount round it describes, and, where the code cannot
+// say it, why a failure happened in the words of what failed. Written by the
+// state machines, watched by the monitor. Not thread-safe.
 
 #include <array>
 #include <cstdint>
@@ -57,13 +58,18 @@ class AgentEnvStatus : public Entity {
     virtual void onStatusCode() {}
     virtual void onEntity() {}
     virtual void onRound() {}
+    virtual void onReason() {}
   };
 
   AgentEnvStatusDir* dir() const { return dir_; }
   EntityUri const& currentSource() const { return currentSource_; }
   void currentSourceIs(EntityUri const& v) { attributeIs(currentSource_, v, &NotifieeConst::onCurrentSource); }
   Status individualStatus() const { return individualStatus_; }
-  void individualStatusIs(Status v) { attributeIs(individualStatus_, v, &NotifieeConst::onIndividualStatus); }
+  // A status that is no failure (below fail) drops the reason.
+  void individualStatusIs(Status v) {
+    if (v < fail) reasonIs(String8());
+    attributeIs(individualStatus_, v, &NotifieeConst::onIndividualStatus);
+  }
   Status groupStatus() const { return groupStatus_; }
   void groupStatusIs(Status v) { attributeIs(groupStatus_, v, &NotifieeConst::onGroupStatus); }
   StatusCode statusCode() const { return statusCode_; }
@@ -72,6 +78,11 @@ class AgentEnvStatus : public Entity {
   void entityIs(Ptr<Entity> const& v) { attributeIs(entity_, v, &NotifieeConst::onEntity); }
   uint64_t round() const { return round_; }
   void roundIs(uint64_t v) { attributeIs(round_, v, &NotifieeConst::onRound); }
+  // Why the entry failed when the status code has no word for it (a
+  // listener that cannot open, say); empty otherwise. Written before the
+  // individual status it explains.
+  String8 const& reason() const { return reason_; }
+  void reasonIs(String8 const& v) { attributeIs(reason_, v, &NotifieeConst::onReason); }
 
   TypeDescriptor const& fwkType() const override;
   static TypeDescriptor const& type();
@@ -89,6 +100,7 @@ class AgentEnvStatus : public Entity {
   StatusCode statusCode_ = none;
   Ptr<Entity> entity_;
   uint64_t round_ = 0;
+  String8 reason_;
 };
 
 Ptr<AgentEnvStatus> agentEnvStatusFactory(Name const& name, AgentEnvStatusDir* dir);

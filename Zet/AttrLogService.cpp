@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 
 #include "Zet/Activity.h"
 #include "Zet/Format.h"
@@ -14,6 +16,9 @@ namespace NboAttrLog {
 namespace {
 
 constexpr size_t kDefaultMaxPending = size_t(64) << 20;
+// How long listeners rest when accept has run out of descriptors and no
+// session ends meanwhile.
+constexpr double kRestSeconds = 0.25;
 
 ActivityLoop& loop() { return ActivityFacility::loop(); }
 
@@ -46,14 +51,19 @@ size_t maxPendingFromEnvironment() {
 }  // namespace
 
 AttrLogService::AttrLogService(Ptr<ConnectionDir> const& connections)
-    : allowedUids_(allowedUidsFromEnvironment()), maxPendingBytes_(maxPendingFromEnvironment()) {
-  notifierIs(connections);
-  if (connections->listenPort()) onListenPort();
-  if (!connections->listenDomainSock().isEmpty()) onListenDomainSock();
-  if (!connections->controlDomainSock().isEmpty()) onControlDomainSock();
+    : connections_(connections),
+      owner_(::getpid()),
+      allowedUids_(allowedUidsFromEnvironment()),
+      maxPendingBytes_(maxPendingFromEnvironment()) {
+  if (connections->listenPort()) listenPortIs(connections->listenPort());
+  if (!connections->listenDomainSock().isEmpty()) listenDomainSockIs(connections->listenDomainSock());
+  if (!connections->controlDomainSock().isEmpty()) controlDomainSockIs(connections->controlDomainSock());
+  connections->listenersIs(this);
 }
 
 AttrLogService::~AttrLogService() {
+  connections_->listenersIs(nullptr);
+  if (wakeTimer_) loop().timerDel(wakeTimer_);
   close(tcp_);
   close(domain_);
   close(control_);
@@ -66,52 +76,79 @@ ServiceFigures AttrLogService::figures() const {
   return f;
 }
 
-void AttrLogService::onListenPort() { open(tcp_, false); }
-void AttrLogService::onListenDomainSock() { open(domain_, true); }
-void AttrLogService::onControlDomainSock() { open(control_, true); }
+void AttrLogService::socketFilesDel() const {
+  if (::getpid() != owner_) return;
+  for (Listener const* listener : {&domain_, &control_})
+    if (listener->fd.isOpen()) ::unlink(listener->domainPath.charPtr());
+}
 
-void AttrLogService::open(Listener& listener, bool domain) {
+void AttrLogService::listenPortIs(unsigned short port) { replace(tcp_, port ? Socket::listenTcp(port) : SocketFd(), {}); }
+
+void AttrLogService::listenDomainSockIs(String8 const& path) {
+  replace(domain_, path.isEmpty() ? SocketFd() : Socket::listenDomain(path), path);
+}
+
+void AttrLogService::controlDomainSockIs(String8 const& path) {
+  replace(control_, path.isEmpty() ? SocketFd() : Socket::listenDomain(path), path);
+}
+
+void AttrLogService::replace(Listener& listener, SocketFd fd, String8 const& domainPath) {
   close(listener);
-  auto const& connections = *notifier();
-  try {
-    if (domain) {
-      String8 const& path = &listener == &control_ ? connections.controlDomainSock() : connections.listenDomainSock();
-      if (path.isEmpty()) return;
-      listener.fd = Socket::listenDomain(path);
-      listener.domainPath = path;
-    } else {
-      if (connections.listenPort() == 0) return;
-      listener.fd = Socket::listenTcp(connections.listenPort());
-    }
-    loop().fdWatcherIs(listener.fd.get(), ActivityLoop::kReadable,
-                       [this, &listener, domain](unsigned) { acceptAll(listener, domain); });
-  } catch (std::exception const& e) {
-    close(listener);
-    // Said whatever the trace selection: a listener that is not there is
-    // something the person running the process must see.
-    Trace::write("NboAttrLog", 0, format("attribute-log service: %s", e.what()).view());
-  }
+  if (!fd.isOpen()) return;
+  listener.fd = std::move(fd);
+  listener.domainPath = domainPath;
+  if (!resting_) watch(listener);
+}
+
+void AttrLogService::watch(Listener& listener) {
+  loop().fdWatcherIs(listener.fd.get(), ActivityLoop::kReadable, [this, &listener](unsigned) { acceptAll(listener); });
 }
 
 void AttrLogService::close(Listener& listener) {
   if (!listener.fd.isOpen()) return;
   loop().fdWatcherDel(listener.fd.get());
   listener.fd.reset();
-  if (!listener.domainPath.isEmpty()) ::unlink(listener.domainPath.charPtr());
+  if (listener.domain) ::unlink(listener.domainPath.charPtr());
   listener.domainPath = String8();
 }
 
-void AttrLogService::acceptAll(Listener const& listener, bool domain) {
+void AttrLogService::acceptAll(Listener& listener) {
   while (true) {
     SocketFd fd = Socket::acceptFrom(listener.fd.get());
-    if (!fd.isOpen()) return;
-    String8 refused = domain ? refusal(fd.get()) : String8();
-    String8 peer = domain ? format("peer on %s", listener.domainPath.charPtr()) : String8("TCP peer");
+    if (!fd.isOpen()) {
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) rest(errno);
+      return;
+    }
+    String8 refused = listener.domain ? refusal(fd.get()) : String8();
+    String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr()) : String8("TCP peer");
     auto session = std::make_unique<AttrLogSession>(std::move(fd), peer, refused, maxPendingBytes_,
                                                     [this](AttrLogSession* s) { sessionEnded(s); });
     AttrLogSession* key = session.get();
     sessions_.emplace(key, std::move(session));
   }
+}
+
+void AttrLogService::rest(int error) {
+  if (resting_) return;
+  resting_ = true;
+  // Said whatever the trace selection: peers are being kept waiting.
+  TraceLine("NboAttrLog", 0) << "attribute-log service: cannot accept: " << std::strerror(error)
+                                << "; new peers wait until a connection closes";
+  for (Listener* listener : {&tcp_, &domain_, &control_})
+    if (listener->fd.isOpen()) loop().fdWatcherDel(listener->fd.get());
+  wakeTimer_ = loop().timerIs(kRestSeconds, [this] {
+    wakeTimer_ = 0;
+    wake();
+  });
+}
+
+void AttrLogService::wake() {
+  if (!resting_) return;
+  resting_ = false;
+  if (wakeTimer_) loop().timerDel(wakeTimer_);
+  wakeTimer_ = 0;
+  for (Listener* listener : {&tcp_, &domain_, &control_})
+    if (listener->fd.isOpen()) watch(*listener);
 }
 
 String8 AttrLogService::refusal(int fd) const {
@@ -123,8 +160,12 @@ String8 AttrLogService::refusal(int fd) const {
 }
 
 void AttrLogService::sessionEnded(AttrLogSession* session) {
-  // Called from within the session: it is destroyed once that call is over.
-  loop().deferredCallIs([this, session] { sessions_.erase(session); });
+  // Called from within the session: it is destroyed once that call is over,
+  // and its descriptor is free for a peer that waits.
+  loop().deferredCallIs([this, session] {
+    sessions_.erase(session);
+    wake();
+  });
 }
 
 }  // namespace NboAttrLog

@@ -1,10 +1,11 @@
 #pragma once
-// AttrLogService: the attribute-log service of a process. It follows the
-// connection directory: a listen port opens a TCP listener (on the address
-// of ZET_ATTRLOG_BIND, loopback by default), a listen domain socket or a
-// control domain socket opens a listener there; a new value replaces the
-// listener, 0 or "" closes it. Each peer that connects gets an
-// AttrLogSession.
+// AttrLogService: the attribute-log service of a process. It opens the
+// listeners its connection directory asks for: a listen port opens a TCP
+// listener (on the address of ZET_ATTRLOG_BIND, loopback by default), a
+// listen domain socket or a control domain socket a listener there; a new
+// value replaces the listener once the new one is open, 0 or "" closes it,
+// and a listener that cannot open throws ListenException to whoever set
+// the value. Each peer that connects gets an AttrLogSession.
 //
 // Settings, read from the environment when the service starts:
 //   ZET_ATTRLOG_PEER_UIDS        users whose processes may connect through a
@@ -13,8 +14,9 @@
 //   ZET_ATTRLOG_MAX_PENDING      bytes that may wait for a slow peer before
 //                                it is disconnected (default 64 MiB)
 //
-// A listener that cannot open (port in use, no permission, bad path) is
-// reported on standard error and leaves the process as it was.
+// When accept runs out of descriptors, the listeners rest until a session
+// ends or a short pause has passed, instead of waking the loop for the same
+// waiting peer again and again.
 
 #include <sys/types.h>
 
@@ -29,34 +31,50 @@
 namespace Zet {
 namespace NboAttrLog {
 
-class AttrLogService : private ConnectionDir::NotifieeConst {
+class AttrLogService : private ConnectionDir::Listeners {
  public:
+  // Opens the listeners `connections` already asks for, and those it asks
+  // for from now on.
   explicit AttrLogService(Ptr<ConnectionDir> const& connections);
-  ~AttrLogService() override;
+  ~AttrLogService();
 
   ServiceFigures figures() const;
+  // Removes the domain-socket files of this process's listeners (at exit:
+  // a forked child that exits leaves its parent's alone).
+  void socketFilesDel() const;
 
  private:
   struct Listener {
     SocketFd fd;
     String8 domainPath;  // of a domain-socket listener, removed on close
+    bool domain = false;
   };
 
-  void onListenPort() override;
-  void onListenDomainSock() override;
-  void onControlDomainSock() override;
+  void listenPortIs(unsigned short port) override;
+  void listenDomainSockIs(String8 const& path) override;
+  void controlDomainSockIs(String8 const& path) override;
 
-  // Opens the listener on what the connection directory now says for it.
-  void open(Listener& listener, bool domain);
+  // Puts the listener `fd` (closed for none) in place of the one `listener`
+  // had.
+  void replace(Listener& listener, SocketFd fd, String8 const& domainPath);
   void close(Listener& listener);
-  void acceptAll(Listener const& listener, bool domain);
+  void watch(Listener& listener);
+  void acceptAll(Listener& listener);
+  // Accept ran out of descriptors: the listeners stop being watched until a
+  // session ends or a short pause has passed.
+  void rest(int error);
+  void wake();
   // Why a domain-socket peer may not connect; empty when it may.
   String8 refusal(int fd) const;
   void sessionEnded(AttrLogSession* session);
 
+  Ptr<ConnectionDir> connections_;
   Listener tcp_;
-  Listener domain_;
-  Listener control_;
+  Listener domain_{{}, {}, true};
+  Listener control_{{}, {}, true};
+  pid_t owner_;  // the process whose socket files these are
+  ActivityLoop::TimerId wakeTimer_ = 0;
+  bool resting_ = false;
   std::vector<uid_t> allowedUids_;
   size_t maxPendingBytes_;
   std::unordered_map<AttrLogSession*, std::unique_ptr<AttrLogSession>> sessions_;

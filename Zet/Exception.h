@@ -29,6 +29,7 @@ enum ExceptionKind : uint32_t {
   kEntityIdUnavailableException = 1u << 10,
   kAttrLogEntityException = 1u << 11,
   kAttrLogRecordException = 1u << 12,
+  kListenException = 1u << 13,
 };
 
 class Exception : public std::exception {
@@ -72,6 +73,8 @@ ZET_DECLARE_EXCEPTION(NameInUseException, Exception);
 ZET_DECLARE_EXCEPTION(EntityIdUnavailableException, Exception);
 ZET_DECLARE_EXCEPTION(AttrLogEntityException, Exception);
 ZET_DECLARE_EXCEPTION(AttrLogRecordException, Exception);
+// A listener that cannot open: the port is taken, the socket path unusable.
+ZET_DECLARE_EXCEPTION(ListenException, Exception);
 
 #undef ZET_DECLARE_EXCEPTION
 

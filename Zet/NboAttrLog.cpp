@@ -1,5 +1,7 @@
 #include "Zet/NboAttrLog.h"
 
+#include <cstdlib>
+
 #include "Zet/AttrLogService.h"
 #include "Zet/Dir.h"
 #include "Zet/TypeMap.h"
@@ -11,6 +13,24 @@ Ptr<ConnectionDir> connectionDirFactory(Name const& name, Entity* parent) {
   return Ptr<ConnectionDir>(new ConnectionDir(name, parent));
 }
 
+void ConnectionDir::listenPortIs(unsigned short v) {
+  if (v == listenPort_) return;
+  if (listeners_) listeners_->listenPortIs(v);
+  attributeIs(listenPort_, v, &NotifieeConst::onListenPort);
+}
+
+void ConnectionDir::listenDomainSockIs(String8 const& v) {
+  if (v == listenDomainSock_) return;
+  if (listeners_) listeners_->listenDomainSockIs(v);
+  attributeIs(listenDomainSock_, v, &NotifieeConst::onListenDomainSock);
+}
+
+void ConnectionDir::controlDomainSockIs(String8 const& v) {
+  if (v == controlDomainSock_) return;
+  if (listeners_) listeners_->controlDomainSockIs(v);
+  attributeIs(controlDomainSock_, v, &NotifieeConst::onControlDomainSock);
+}
+
 namespace {
 
 struct Service {
@@ -19,11 +39,13 @@ struct Service {
 };
 
 // Made once, with the service that follows it, and never destroyed, like
-// the global directory that shows it.
+// the global directory that shows it; its socket files go when the process
+// exits.
 Service& service() {
   static Service* made = [] {
     auto* s = new Service;
     globalDir()->dirIs("NboAttrLog")->entryIs("ConnectionDir", s->connections);
+    std::atexit([] { made->service.socketFilesDel(); });
     return s;
   }();
   return *made;

@@ -1,9 +1,11 @@
 #pragma once
 // The attribute-log service: how this process serves its entity tree to
 // other processes. Its connection directory holds where the service listens:
-// a TCP port, a local domain socket, or both. Setting them here records the
-// wish and tells the watchers; the service (AttrLogService), made with the
-// process's connection directory, follows them.
+// a TCP port, a local domain socket, or both. Setting an endpoint opens its
+// listener at once (the service, AttrLogService, is the directory's
+// Listeners): the value is stored, and the watchers told, only once the
+// listener is open. A listener that cannot open throws ListenException
+// saying why, and the directory keeps its previous value and listener.
 //
 // The connection directory is made on first use, lives as long as the
 // process and appears in the global directory as /NboAttrLog/ConnectionDir.
@@ -27,18 +29,31 @@ class ConnectionDir : public Entity {
     virtual void onControlDomainSock() {}
   };
 
-  // The TCP port to listen on; 0 for none.
+  // What opens the listeners the directory asks for. Each call opens the
+  // listener for the new value before the one it replaces closes (0 or ""
+  // only closes it), and throws ListenException when it cannot.
+  class Listeners {
+   public:
+    virtual void listenPortIs(unsigned short port) = 0;
+    virtual void listenDomainSockIs(String8 const& path) = 0;
+    virtual void controlDomainSockIs(String8 const& path) = 0;
+
+   protected:
+    ~Listeners() = default;
+  };
+  // Null: values are only recorded.
+  void listenersIs(Listeners* listeners) { listeners_ = listeners; }
+
+  // The TCP port listened on; 0 for none.
   unsigned short listenPort() const { return listenPort_; }
-  void listenPortIs(unsigned short v) { attributeIs(listenPort_, v, &NotifieeConst::onListenPort); }
-  // The path of the domain socket to listen on; empty for none.
+  void listenPortIs(unsigned short v);
+  // The path of the domain socket listened on; empty for none.
   String8 const& listenDomainSock() const { return listenDomainSock_; }
-  void listenDomainSockIs(String8 const& v) { attributeIs(listenDomainSock_, v, &NotifieeConst::onListenDomainSock); }
+  void listenDomainSockIs(String8 const& v);
   // A second domain socket, for the tools that look at a running process:
   // the same service, kept apart from the socket its exports set.
   String8 const& controlDomainSock() const { return controlDomainSock_; }
-  void controlDomainSockIs(String8 const& v) {
-    attributeIs(controlDomainSock_, v, &NotifieeConst::onControlDomainSock);
-  }
+  void controlDomainSockIs(String8 const& v);
 
   TypeDescriptor const& fwkType() const override;
   static TypeDescriptor const& type();
@@ -47,6 +62,7 @@ class ConnectionDir : public Entity {
   friend Ptr<ConnectionDir> connectionDirFactory(Name const&, Entity*);
   ConnectionDir(Name name, Entity* parent) : Entity(std::move(name), parent) {}
 
+  Listeners* listeners_ = nullptr;
   unsigned short listenPort_ = 0;
   String8 listenDomainSock_;
   String8 controlDomainSock_;

@@ -38,11 +38,12 @@ namespace {
   throw Exception(format("%s: %s", what.charPtr(), std::strerror(error)));
 }
 
-SocketFd newSocket(int family, String8 const& what) {
-  int fd = ::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) fail(what, errno);
-  return SocketFd(fd);
+[[noreturn]] void failToListen(String8 const& what, std::string_view why) {
+  throw ListenException(format("%s: %.*s", what.charPtr(), int(why.size()), why.data()));
 }
+
+// A new stream socket; closed (errno saying why) when none can be made.
+SocketFd newSocket(int family) { return SocketFd(::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)); }
 
 void noDelay(int fd) {
   int one = 1;
@@ -70,9 +71,8 @@ bool domainListenerAnswers(sockaddr_un const& addr) {
 void clearStaleSocketFile(String8 const& path, sockaddr_un const& addr, String8 const& what) {
   struct stat st;
   if (::lstat(path.charPtr(), &st) != 0) return;
-  if (!S_ISSOCK(st.st_mode)) throw Exception(format("%s: the file exists and is not a socket", what.charPtr()));
-  if (domainListenerAnswers(addr))
-    throw Exception(format("%s: another process is listening there", what.charPtr()));
+  if (!S_ISSOCK(st.st_mode)) failToListen(what, "the file exists and is not a socket");
+  if (domainListenerAnswers(addr)) failToListen(what, "another process is listening there");
   ::unlink(path.charPtr());
 }
 
@@ -99,34 +99,37 @@ SocketFd listenTcp(uint16_t port) {
     v6->sin6_port = htons(port);
     size = sizeof *v6;
   } else {
-    throw Exception(format("%s: ZET_ATTRLOG_BIND is not an IP address", what.charPtr()));
+    failToListen(what, "ZET_ATTRLOG_BIND is not an IP address");
   }
-  SocketFd fd = newSocket(family, what);
+  SocketFd fd = newSocket(family);
+  if (!fd.isOpen()) failToListen(what, std::strerror(errno));
   int one = 1;
   ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&storage), size) != 0) fail(what, errno);
-  if (::listen(fd.get(), SOMAXCONN) != 0) fail(what, errno);
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&storage), size) != 0) failToListen(what, std::strerror(errno));
+  if (::listen(fd.get(), SOMAXCONN) != 0) failToListen(what, std::strerror(errno));
   return fd;
 }
 
 SocketFd listenDomain(String8 const& path) {
   String8 what = format("cannot listen on domain socket '%s'", path.charPtr());
   sockaddr_un addr;
-  if (!domainAddress(path, addr)) throw Exception(format("%s: the path is empty or too long", what.charPtr()));
+  if (!domainAddress(path, addr)) failToListen(what, "the path is empty or too long");
   clearStaleSocketFile(path, addr, what);
-  SocketFd fd = newSocket(AF_UNIX, what);
-  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) fail(what, errno);
+  SocketFd fd = newSocket(AF_UNIX);
+  if (!fd.isOpen()) failToListen(what, std::strerror(errno));
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) failToListen(what, std::strerror(errno));
   if (::chmod(path.charPtr(), 0600) != 0 || ::listen(fd.get(), SOMAXCONN) != 0) {
     int error = errno;
     ::unlink(path.charPtr());
-    fail(what, error);
+    failToListen(what, std::strerror(error));
   }
   return fd;
 }
 
 Connecting connectTo(sockaddr const* address, socklen_t size, String8 const& what) {
   Connecting result;
-  result.fd = newSocket(address->sa_family, what);
+  result.fd = newSocket(address->sa_family);
+  if (!result.fd.isOpen()) fail(what, errno);
   noDelay(result.fd.get());
   if (::connect(result.fd.get(), address, size) == 0) return result;
   if (errno != EINPROGRESS) fail(what, errno);
@@ -139,7 +142,8 @@ Connecting connectToDomain(String8 const& path) {
   sockaddr_un addr;
   if (!domainAddress(path, addr)) throw Exception(format("%s: the path is empty or too long", what.charPtr()));
   Connecting result;
-  result.fd = newSocket(AF_UNIX, what);
+  result.fd = newSocket(AF_UNIX);
+  if (!result.fd.isOpen()) fail(what, errno);
   if (::connect(result.fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) return result;
   if (errno != EINPROGRESS && errno != EAGAIN) fail(what, errno);
   result.connecting = true;

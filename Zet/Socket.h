@@ -5,7 +5,8 @@
 //
 // Failures are thrown as Exception with a text that says what was attempted
 // and why it failed ("cannot listen on TCP port 4000: Address already in
-// use"). Descriptors are owned by SocketFd, which closes on destruction.
+// use"); a listener that cannot open throws ListenException. Descriptors are
+// owned by SocketFd, which closes on destruction.
 
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -61,7 +62,8 @@ Connecting connectToDomain(String8 const& path);
 // The outcome of a connect that was under way: 0 or the errno.
 int finishConnect(int fd);
 
-// An accepted connection, or a closed SocketFd when none is waiting.
+// An accepted connection, or a closed SocketFd when none is waiting or
+// accept failed (errno says which).
 SocketFd acceptFrom(int listenFd);
 
 // The user id of the process at the other end of a domain socket.

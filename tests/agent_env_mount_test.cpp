@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <cstring>
@@ -248,6 +249,39 @@ TEST_F(AgentEnvMountTest, ExportEntriesListenWhereTheirTargetSays) {
   EXPECT_EQ(connections->listenDomainSock(), "0");
   EXPECT_TRUE(traces.has("2 zero: Exporting on domain socket 0"));
 
+  connections->listenPortIs(0);
+  connections->listenDomainSockIs("");
+}
+
+TEST_F(AgentEnvMountTest, AnExportThatCannotListenFailsWithTheReasonAndTakesTheEndpointOnceFree) {
+  TraceCapture traces;
+  auto connections = NboAttrLog::connectionDir();
+  ::Test::PeerProcess holder;
+  uint16_t port = ::Test::freePort();
+  ASSERT_EQ(holder("listen-port " + std::to_string(port)), "ok");
+  entry("tcp", {.source0 = "*", .target = std::to_string(port)});
+  std::string why = "cannot listen on TCP port " + std::to_string(port) + " at 127.0.0.1: Address already in use";
+  EXPECT_EQ(individual("tcp"), St::fail);
+  EXPECT_EQ(code("tcp"), St::none);
+  EXPECT_EQ(status("tcp")->reason().view(), why);
+  EXPECT_EQ(message("tcp"), "none");
+  EXPECT_EQ(connections->listenPort(), 0);
+  EXPECT_TRUE(traces.has("0 tcp: Fail: Export failed: " + why));
+
+  char dir[] = "/tmp/zetexportXXXXXX";
+  std::string folder = std::string(::mkdtemp(dir)) + "/later";
+  entry("sock", {.source0 = "*", .target = folder + "/agent.sock"});
+  EXPECT_EQ(individual("sock"), St::fail);
+  EXPECT_EQ(status("sock")->reason().view(),
+            "cannot listen on domain socket '" + folder + "/agent.sock': No such file or directory");
+
+  // The port comes free and the folder is made: the next tries take them.
+  ASSERT_EQ(holder("listen-port 0"), "ok");
+  ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
+  ASSERT_TRUE(ActivityFacility::loop().runUntil(
+      [&] { return individual("tcp") == St::initialized && individual("sock") == St::initialized; }, 10));
+  EXPECT_EQ(connections->listenPort(), port);
+  EXPECT_EQ(status("tcp")->reason(), "");
   connections->listenPortIs(0);
   connections->listenDomainSockIs("");
 }

@@ -77,7 +77,7 @@ TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   EXPECT_EQ(json.wait(), 0);
   EXPECT_EQ(json.restOfOut(),
             "{\"code\":\"none\",\"currentSource\":\"\",\"entry\":\"workspace\",\"group\":\"initialized\","
-            "\"message\":\"\",\"mode\":\"instantiate\",\"status\":\"initialized\"}\n");
+            "\"message\":\"\",\"mode\":\"instantiate\",\"reason\":\"\",\"status\":\"initialized\"}\n");
   ChildProcess watching({AGENTENV_COMMAND, "status", "--control", demo.control, "--watch", "board"});
   ASSERT_NE(watching.outLine(startsWith("board ")), "");
 
@@ -204,6 +204,35 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
                              "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
   EXPECT_EQ(exporter.wait(), 0);
   EXPECT_EQ(exporter.restOfErr(), "");
+
+  // Where another agent listens already, an export cannot: it fails, with
+  // the reason in the table and in why, and the run does not end well.
+  ChildProcess holder(demo.exporter());
+  ASSERT_TRUE(answers("unix:" + demo.dir + "/a-control.sock", "overTcp"));
+  std::string control = "unix:" + demo.dir + "/second.sock";
+  ChildProcess second(run({"--control", control, "-D", "PORT=" + std::to_string(demo.port), "-D",
+                           "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
+  std::string portTaken = "cannot listen on TCP port " + std::to_string(demo.port) + " at 127.0.0.1: Address already in use";
+  // The monitor's line is as ever: the code, whose text is "none".
+  EXPECT_EQ(second.errLine([](std::string const& line) { return line.find(": overTcp: ") != std::string::npos; }),
+            kExamples + "/demo/exporter.conf: overTcp: fail: none");
+  ChildProcess why({AGENTENV_COMMAND, "why", "--control", control, "overTcp"});
+  EXPECT_EQ(why.wait(), 1);
+  EXPECT_EQ(why.restOfOut(), "overTcp: fail: none: " + portTaken + "\n");
+  second.signal(SIGTERM);
+  EXPECT_EQ(second.wait(), 1);
+  std::string shown = second.restOfOut();
+  EXPECT_NE(shown.find("  REASON\n"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("  " + portTaken + "\n"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("cannot listen on domain socket '" + demo.socket + "': another process is listening there\n"),
+            std::string::npos)
+      << shown;
+
+  // An agent stopped by SIGTERM leaves no socket file behind; the other
+  // agent's socket stays its own.
+  holder.signal(SIGTERM);
+  EXPECT_EQ(holder.wait(), 0);
+  EXPECT_NE(::access(demo.socket.c_str(), F_OK), 0);
 
   ChildProcess missing(run({"--until-settled", "/nonexistent/agent.conf"}));
   EXPECT_EQ(missing.wait(), 2);

@@ -422,20 +422,37 @@ TEST(Mount, AThousandMountsShareOneConnection) {
 }
 
 TEST(Mount, ListenersReportWhatStopsThemAndNeverStealALiveSocket) {
-  std::vector<std::string> lines;
-  auto previous = Trace::sinkIs([&](std::string_view, int, std::string_view line) { lines.emplace_back(line); });
   PeerProcess peer;
   std::string socket = socketDir() + "/taken.sock";
   ASSERT_EQ(peer("listen-sock " + socket), "ok");
-  NboAttrLog::connectionDir()->listenDomainSockIs(String8(socket));
-  NboAttrLog::connectionDir()->listenDomainSockIs("/nonexistent-dir/x.sock");
-  Trace::sinkIs(previous);
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0], "attribute-log service: cannot listen on domain socket '" + socket +
-                          "': another process is listening there");
-  EXPECT_EQ(lines[1],
-            "attribute-log service: cannot listen on domain socket '/nonexistent-dir/x.sock': No such file or directory");
-  NboAttrLog::connectionDir()->listenDomainSockIs("");
+  Ptr<NboAttrLog::ConnectionDir> connections = NboAttrLog::connectionDir();
+  auto refusal = [&](std::function<void()> const& set) -> std::string {
+    try {
+      set();
+    } catch (ListenException const& e) {
+      return std::string(e.text().view());
+    }
+    return "no exception";
+  };
+  EXPECT_EQ(refusal([&] { connections->listenDomainSockIs(String8(socket)); }),
+            "cannot listen on domain socket '" + socket + "': another process is listening there");
+  EXPECT_EQ(refusal([&] { connections->listenDomainSockIs("/nonexistent-dir/x.sock"); }),
+            "cannot listen on domain socket '/nonexistent-dir/x.sock': No such file or directory");
+  EXPECT_EQ(connections->listenDomainSock(), "") << "only an open listener is recorded";
+
+  // A port another process holds: the refusal leaves the listener that was
+  // open, and its value, as they were.
+  uint16_t port = freePort(), taken = freePort();
+  ASSERT_EQ(peer("listen-port " + std::to_string(taken)), "ok");
+  connections->listenPortIs(port);
+  EXPECT_EQ(refusal([&] { connections->listenPortIs(taken); }),
+            "cannot listen on TCP port " + std::to_string(taken) + " at 127.0.0.1: Address already in use");
+  EXPECT_EQ(connections->listenPort(), port);
+  globalDir()->dirIs("still")->entityIs("g", "Test::Gauge");
+  mount("still", tcpSource(port, "/still"), "/mnt/still");
+  ASSERT_TRUE(reaches("still", MountStatus::complete));
+  unmount("still");
+  connections->listenPortIs(0);
 
   // A file left by a listener that died is taken over, owner-only, and
   // removed when the listener closes; this process then mounts from itself.

@@ -30,6 +30,7 @@ void printJson(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& confi
                        {"group", stringValue(s->groupStatus()).str()},
                        {"code", stringValue(s->statusCode()).str()},
                        {"message", showsReason(*s) ? AgentEnv::statusMessage(s, config).str() : ""},
+                       {"reason", s->reason().str()},
                        {"currentSource", s->currentSource().text().str()}};
     out << row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
   }
@@ -44,8 +45,10 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
          "                       [ENTRY...]",
          "Reads the statuses of a running 'agentenv run' through its control socket and\n"
          "prints them: entry, mode, individual and group status, code and message of a\n"
-         "failure, source in use. --json prints one object per entry and line, with the\n"
-         "keys entry, mode, status, group, code, message, currentSource.\n");
+         "failure, source in use, and the reason of a failure that its code cannot say\n"
+         "(an export that cannot listen). --json prints one object per entry and line,\n"
+         "with the\n"
+         "keys entry, mode, status, group, code, message, reason, currentSource.\n");
   control_.addTo(*status);
   status->add_flag("--json", json_, "one JSON object per entry and line");
   status->add_flag("--watch", watch_, "then print each change until interrupted");

@@ -42,8 +42,8 @@ std::string modeFromConfig(AgentEnvConfig const* config) {
 
 void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs, ModeOf const& modeOf,
                       std::ostream& out, std::vector<std::string> const& only) {
-  using Row = std::array<std::string, 7>;
-  std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE"}};
+  using Row = std::array<std::string, 8>;
+  std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"}};
   for (auto const& member : statuses.agentEnvStatuses()) {
     AgentEnvStatus const& s = *member.value();
     if (!only.empty() && std::find(only.begin(), only.end(), s.name().view()) == only.end()) continue;
@@ -52,18 +52,21 @@ void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const
     rows.push_back({s.name().str(), modeOf(s.name()), stringValue(s.individualStatus()).str(),
                     stringValue(s.groupStatus()).str(), reason ? stringValue(s.statusCode()).str() : "",
                     reason ? AgentEnv::statusMessage(member.value(), config).str() : "",
-                    s.currentSource().text().str()});
+                    s.currentSource().text().str(), s.reason().str()});
   }
   std::sort(rows.begin() + 1, rows.end());
-  std::array<size_t, 7> width{};
+  // REASON is shown only when an entry has one.
+  bool anyReason = std::any_of(rows.begin() + 1, rows.end(), [](Row const& row) { return !row.back().empty(); });
+  size_t columns = anyReason ? rows[0].size() : rows[0].size() - 1;
+  std::array<size_t, 8> width{};
   for (Row const& row : rows)
     for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
   bool colour = colourWanted();
   for (Row const& row : rows) {
     std::string line;
-    for (size_t i = 0; i < row.size(); ++i) {
+    for (size_t i = 0; i < columns; ++i) {
       line += colour && (i == 2 || i == 3) ? coloured(row[i]) : row[i];
-      if (i + 1 < row.size()) line.append(width[i] - row[i].size() + 2, ' ');
+      if (i + 1 < columns) line.append(width[i] - row[i].size() + 2, ' ');
     }
     while (!line.empty() && line.back() == ' ') line.pop_back();
     out << line << "\n";

@@ -1,8 +1,8 @@
 #pragma once
 // The statuses of an agent's entries as people read them: one aligned row
 // per entry, sorted by name, with its mode, individual and group status, the
-// code and message where the entry failed, erred or is unsupported, and the
-// source in use.
+// code and message where the entry failed, erred or is unsupported, the
+// source in use, and the reason of a failure where its code does not say it.
 
 #include <functional>
 #include <iosfwd>

@@ -57,8 +57,9 @@ Explanation explain(AgentView const& view, Name const& entry) {
     path.push_back(name);
     Ptr<AgentEnvStatus const> status = view.status(at);
     if (status && failed(status->individualStatus())) {
+      std::string reason = status->reason().isEmpty() ? "" : ": " + status->reason().str();
       hops.push_back(name + ": " + stringValue(status->individualStatus()).str() + ": " +
-                     AgentEnv::statusMessage(status, config).str());
+                     AgentEnv::statusMessage(status, config).str() + reason);
       break;
     }
     if (status && status->individualStatus() == St::initialized) {
