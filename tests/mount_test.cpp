@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -340,6 +341,16 @@ TEST(Mount, ATypeThisProcessCannotMakeIsAnExceptionOrFailsItsGroup) {
   unmount("group");
 }
 
+// A client connection to a domain socket, made without the loop.
+SocketFd connectedTo(std::string const& socket) {
+  SocketFd fd(::socket(AF_UNIX, SOCK_STREAM, 0));
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::strcpy(addr.sun_path, socket.c_str());
+  EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  return fd;
+}
+
 TEST(Mount, ASlowPeerCostsTheServerNoMoreThanItsBound) {
   PeerProcess peer({"ZET_ATTRLOG_MAX_PENDING=262144"});
   std::string socket = socketDir() + "/slow.sock";
@@ -347,11 +358,7 @@ TEST(Mount, ASlowPeerCostsTheServerNoMoreThanItsBound) {
   ASSERT_EQ(peer("fill /slow 100"), "ok");
 
   // A reader that subscribes and then never reads.
-  SocketFd reader(::socket(AF_UNIX, SOCK_STREAM, 0));
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::strcpy(addr.sun_path, socket.c_str());
-  ASSERT_EQ(::connect(reader.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  SocketFd reader = connectedTo(socket);
   std::string frames;
   NboAttrLog::FrameWriter writer(frames);
   writer.hello();
@@ -368,6 +375,25 @@ TEST(Mount, ASlowPeerCostsTheServerNoMoreThanItsBound) {
   // is let go.
   ASSERT_EQ(peer("churn /slow 100000"), "ok");
   EXPECT_EQ(peer("figures"), "sessions 0 pending 0");
+}
+
+TEST(Mount, AServerOutOfDescriptorsRestsUntilOneIsFree) {
+  PeerProcess peer;
+  std::string socket = socketDir() + "/full.sock";
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  ASSERT_EQ(peer("max-files 48"), "ok");
+  std::vector<SocketFd> clients;
+  for (int i = 0; i < 80; ++i) clients.push_back(connectedTo(socket));
+  auto cpuMs = [&] { return std::stol(peer("usage").substr(4)); };
+  ::usleep(200000);
+  long before = cpuMs();
+  ::usleep(1000000);
+  EXPECT_LT(cpuMs() - before, 200) << "ms of CPU in one second while peers wait for a descriptor";
+
+  // Peers that leave free descriptors, and those that waited are greeted.
+  clients.erase(clients.begin(), clients.begin() + 40);
+  pollfd last{clients.back().get(), POLLIN, 0};
+  EXPECT_EQ(::poll(&last, 1, 5000), 1) << "the last peer to connect is served";
 }
 
 TEST(Mount, AWatcherMayEndTheMountThatFeedsIt) {

@@ -17,8 +17,12 @@
 //   chain DIR N                          directories DIR/d/d/... N deep, a gauge at the bottom
 //   del PATH                             the entry at PATH removed
 //   figures                              "sessions S pending P"
+//   max-files N                          at most N descriptors open (RLIMIT_NOFILE)
+//   usage                                "cpu MS rss KB": CPU time used so far and
+//                                        resident memory now
 //   quit
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -82,6 +86,19 @@ Ptr<Test::Gauge> gaugeAt(std::string const& path) {
   return ptr_cast<Test::Gauge>(dir->entityIs(name, "Test::Gauge"));
 }
 
+std::string usage() {
+  rusage used{};
+  ::getrusage(RUSAGE_SELF, &used);
+  long cpuMs = (used.ru_utime.tv_sec + used.ru_stime.tv_sec) * 1000 + (used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1000;
+  long rssKb = 0;
+  if (FILE* statm = std::fopen("/proc/self/statm", "r")) {
+    long size = 0, resident = 0;
+    if (std::fscanf(statm, "%ld %ld", &size, &resident) == 2) rssKb = resident * (::sysconf(_SC_PAGESIZE) / 1024);
+    std::fclose(statm);
+  }
+  return "cpu " + std::to_string(cpuMs) + " rss " + std::to_string(rssKb);
+}
+
 std::string run(std::string const& line) {
   std::istringstream in(line);
   std::string command, path;
@@ -138,6 +155,12 @@ std::string run(std::string const& line) {
   } else if (command == "figures") {
     auto figures = NboAttrLog::serviceFigures();
     return "sessions " + std::to_string(figures.sessions) + " pending " + std::to_string(figures.pendingBytes);
+  } else if (command == "max-files") {
+    in >> n;
+    rlimit limit{rlim_t(n), rlim_t(n)};
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return "error: setrlimit";
+  } else if (command == "usage") {
+    return usage();
   } else if (command == "quit") {
     ActivityFacility::loop().stop();
   } else {
