@@ -1,5 +1,6 @@
 #include "Zet/AttrLogService.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,9 +17,12 @@ namespace NboAttrLog {
 namespace {
 
 constexpr size_t kDefaultMaxPending = size_t(64) << 20;
+constexpr size_t kDefaultMaxWatched = size_t(1) << 18;
 // How long listeners rest when accept has run out of descriptors and no
 // session ends meanwhile.
 constexpr double kRestSeconds = 0.25;
+// How long after sessions end their memory is given back.
+constexpr double kTrimDelaySeconds = 0.5;
 
 ActivityLoop& loop() { return ActivityFacility::loop(); }
 
@@ -41,11 +45,12 @@ std::vector<uid_t> allowedUidsFromEnvironment() {
   return uids;
 }
 
-size_t maxPendingFromEnvironment() {
-  String8 text = System::getenv("ZET_ATTRLOG_MAX_PENDING");
-  size_t bytes = 0;
-  auto [end, ec] = std::from_chars(text.charPtr(), text.charPtr() + text.size(), bytes);
-  return ec == std::errc() && end == text.charPtr() + text.size() && bytes > 0 ? bytes : kDefaultMaxPending;
+// A positive number from the environment, or the default.
+size_t boundFromEnvironment(char const* name, size_t byDefault) {
+  String8 text = System::getenv(name);
+  size_t bound = 0;
+  auto [end, ec] = std::from_chars(text.charPtr(), text.charPtr() + text.size(), bound);
+  return ec == std::errc() && end == text.charPtr() + text.size() && bound > 0 ? bound : byDefault;
 }
 
 }  // namespace
@@ -54,7 +59,8 @@ AttrLogService::AttrLogService(Ptr<ConnectionDir> const& connections)
     : connections_(connections),
       owner_(::getpid()),
       allowedUids_(allowedUidsFromEnvironment()),
-      maxPendingBytes_(maxPendingFromEnvironment()) {
+      bounds_{boundFromEnvironment("ZET_ATTRLOG_MAX_PENDING", kDefaultMaxPending),
+              boundFromEnvironment("ZET_ATTRLOG_MAX_WATCHED", kDefaultMaxWatched)} {
   if (connections->listenPort()) listenPortIs(connections->listenPort());
   if (!connections->listenDomainSock().isEmpty()) listenDomainSockIs(connections->listenDomainSock());
   if (!connections->controlDomainSock().isEmpty()) controlDomainSockIs(connections->controlDomainSock());
@@ -64,6 +70,7 @@ AttrLogService::AttrLogService(Ptr<ConnectionDir> const& connections)
 AttrLogService::~AttrLogService() {
   connections_->listenersIs(nullptr);
   if (wakeTimer_) loop().timerDel(wakeTimer_);
+  if (trimTimer_) loop().timerDel(trimTimer_);
   close(tcp_);
   close(domain_);
   close(control_);
@@ -121,7 +128,7 @@ void AttrLogService::acceptAll(Listener& listener) {
     }
     String8 refused = listener.domain ? refusal(fd.get()) : String8();
     String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr()) : String8("TCP peer");
-    auto session = std::make_unique<AttrLogSession>(std::move(fd), peer, refused, maxPendingBytes_,
+    auto session = std::make_unique<AttrLogSession>(std::move(fd), peer, refused, bounds_,
                                                     [this](AttrLogSession* s) { sessionEnded(s); });
     AttrLogSession* key = session.get();
     sessions_.emplace(key, std::move(session));
@@ -165,7 +172,21 @@ void AttrLogService::sessionEnded(AttrLogSession* session) {
   loop().deferredCallIs([this, session] {
     sessions_.erase(session);
     wake();
+    memoryReturnSoon();
   });
+}
+
+// What a session kept (its trees, its buffers) is given back to the system
+// shortly after it ends, once for all the sessions that end together: the
+// allocator would otherwise keep the freed pages of a large session for good.
+void AttrLogService::memoryReturnSoon() {
+#ifdef __GLIBC__
+  if (trimTimer_) return;
+  trimTimer_ = loop().timerIs(kTrimDelaySeconds, [this] {
+    trimTimer_ = 0;
+    ::malloc_trim(0);
+  });
+#endif
 }
 
 }  // namespace NboAttrLog

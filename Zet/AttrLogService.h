@@ -13,6 +13,9 @@
 //                                this process's user)
 //   ZET_ATTRLOG_MAX_PENDING      bytes that may wait for a slow peer before
 //                                it is disconnected (default 64 MiB)
+//   ZET_ATTRLOG_MAX_WATCHED      entities one peer's subscriptions may watch
+//                                together before it is disconnected (default
+//                                262144)
 //
 // When accept runs out of descriptors, the listeners rest until a session
 // ends or a short pause has passed, instead of waking the loop for the same
@@ -67,6 +70,7 @@ class AttrLogService : private ConnectionDir::Listeners {
   // Why a domain-socket peer may not connect; empty when it may.
   String8 refusal(int fd) const;
   void sessionEnded(AttrLogSession* session);
+  void memoryReturnSoon();
 
   Ptr<ConnectionDir> connections_;
   Listener tcp_;
@@ -74,9 +78,10 @@ class AttrLogService : private ConnectionDir::Listeners {
   Listener control_{{}, {}, true};
   pid_t owner_;  // the process whose socket files these are
   ActivityLoop::TimerId wakeTimer_ = 0;
+  ActivityLoop::TimerId trimTimer_ = 0;
   bool resting_ = false;
   std::vector<uid_t> allowedUids_;
-  size_t maxPendingBytes_;
+  AttrLogSession::Bounds bounds_;
   std::unordered_map<AttrLogSession*, std::unique_ptr<AttrLogSession>> sessions_;
 };
 

@@ -15,9 +15,9 @@ constexpr size_t kMaxSubscriptions = 65536;
 
 }  // namespace
 
-AttrLogSession::AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, size_t maxPendingBytes, Ended ended)
+AttrLogSession::AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, Bounds bounds, Ended ended)
     : stream_(new AttrLogStream(std::move(fd), false, this, std::move(peer))),
-      maxPendingBytes_(maxPendingBytes),
+      bounds_(bounds),
       ended_(std::move(ended)) {
   FrameWriter writer(stream_->out());
   if (!refusal.isEmpty()) {
@@ -51,7 +51,7 @@ void AttrLogSession::onMessage(Message const& m) {
       if (trees_.size() >= kMaxSubscriptions && !trees_.count(m.subscription))
         return end(format("%s holds more than %zu subscriptions", stream_->peer().charPtr(), kMaxSubscriptions));
       auto& tree = trees_[m.subscription];
-      tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription);
+      tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription, watched_);
       tree->serve(m.name);
       return framesAdded();
     }
@@ -78,9 +78,12 @@ void AttrLogSession::greet(Message const& m) {
 
 void AttrLogSession::framesAdded() {
   if (finished_) return;
-  if (stream_->pendingBytes() > maxPendingBytes_)
+  if (stream_->pendingBytes() > bounds_.pendingBytes)
     return end(format("%s stays behind: %zu bytes wait to be sent, more than the bound of %zu",
-                      stream_->peer().charPtr(), stream_->pendingBytes(), maxPendingBytes_));
+                      stream_->peer().charPtr(), stream_->pendingBytes(), bounds_.pendingBytes));
+  if (watched_ > bounds_.watchedEntities)
+    return end(format("%s watches %zu entities through its subscriptions, more than the bound of %zu",
+                      stream_->peer().charPtr(), watched_, bounds_.watchedEntities));
   stream_->sendSoon();
 }
 

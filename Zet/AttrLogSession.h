@@ -9,7 +9,10 @@
 // once, and a peer that lets more than the bound of bytes wait is
 // disconnected, so a slow peer costs bounded memory and never blocks the
 // process. The bound counts snapshots too: it must exceed the largest
-// snapshot a peer may ask for. A peer may hold 65536 subscriptions at most.
+// snapshot a peer may ask for. What a peer's subscriptions keep is bounded
+// as well: a peer whose subscriptions together watch more entities than
+// its bound (each subscription keeps its own record of every entity below
+// its path) is disconnected, and it may hold 65536 subscriptions at most.
 
 #include <cstdint>
 #include <memory>
@@ -27,8 +30,14 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
   // within the session's own call stack: the owner defers it).
   using Ended = std::function<void(AttrLogSession*)>;
 
+  // What one peer may cost.
+  struct Bounds {
+    size_t pendingBytes;     // bytes waiting to be sent
+    size_t watchedEntities;  // entities its subscriptions watch together
+  };
+
   // Serves the accepted connection fd; `refusal` non-empty refuses it.
-  AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, size_t maxPendingBytes, Ended ended);
+  AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, Bounds bounds, Ended ended);
   ~AttrLogSession();
 
   String8 const& peer() const { return stream_->peer(); }
@@ -51,7 +60,8 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
   void finish();
 
   Ptr<AttrLogStream> stream_;
-  size_t maxPendingBytes_;
+  Bounds bounds_;
+  size_t watched_ = 0;  // entities watched by all the trees
   Ended ended_;
   bool greeted_ = false;
   bool finished_ = false;

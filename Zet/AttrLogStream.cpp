@@ -3,11 +3,15 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
+#include <memory>
 
 #include "Zet/Activity.h"
 #include "Zet/Format.h"
+#include "Zet/System.h"
 #include "Zet/Trace.h"
 
 namespace Zet {
@@ -17,8 +21,32 @@ namespace {
 constexpr size_t kReadChunk = 64 * 1024;
 // Bytes read in one turn before other descriptors get theirs.
 constexpr size_t kReadBudget = 1 << 20;
+// A buffer emptied keeps its storage up to this size; larger ones are given
+// back, so a connection that once carried a burst costs little when idle.
+constexpr size_t kKeptCapacity = 16 * 1024;
+constexpr size_t kDefaultMaxHeldInput = size_t(64) << 20;
 
 ActivityLoop& loop() { return ActivityFacility::loop(); }
+
+// Bytes held for partial frames by every stream of the process.
+std::atomic<size_t> heldInput{0};
+
+size_t maxHeldInput() {
+  static size_t const bound = [] {
+    String8 text = System::getenv("ZET_ATTRLOG_MAX_INPUT");
+    size_t value = 0;
+    auto [end, ec] = std::from_chars(text.charPtr(), text.charPtr() + text.size(), value);
+    return ec == std::errc() && end == text.charPtr() + text.size() && value > 0 ? value : kDefaultMaxHeldInput;
+  }();
+  return bound;
+}
+
+void emptied(std::string& buffer) {
+  if (buffer.capacity() > kKeptCapacity)
+    std::string().swap(buffer);
+  else
+    buffer.clear();
+}
 
 }  // namespace
 
@@ -31,6 +59,7 @@ AttrLogStream::~AttrLogStream() { close(); }
 
 void AttrLogStream::close() {
   handler_ = nullptr;
+  holdInput(0);
   Ptr<AttrLogStream> lastHold = std::move(selfWhileClosing_);
   if (watching_ != 0) loop().fdWatcherDel(fd_.get());
   watching_ = 0;
@@ -74,49 +103,67 @@ void AttrLogStream::onConnected() {
   watchFor(ActivityLoop::kReadable | (pendingBytes() ? unsigned(ActivityLoop::kWritable) : 0u));
 }
 
+// Bytes are read into one buffer shared by every stream of the thread and
+// decoded from there; only the start of a frame still incomplete is kept by
+// the stream, so an idle connection holds no read buffer.
 void AttrLogStream::readAvailable() {
+  static thread_local std::unique_ptr<char[]> scratch(new char[kReadChunk]);
   size_t total = 0;
   while (total < kReadBudget) {
-    size_t had = in_.size();
-    in_.resize(had + kReadChunk);
-    ssize_t n = ::read(fd_.get(), in_.data() + had, kReadChunk);
-    in_.resize(had + (n > 0 ? size_t(n) : 0));
+    ssize_t n = ::read(fd_.get(), scratch.get(), kReadChunk);
     if (n > 0) {
       total += size_t(n);
+      received(std::string_view(scratch.get(), size_t(n)));
+      if (!fd_.isOpen()) return;
       if (size_t(n) < kReadChunk) break;  // drained: no need to hear EAGAIN say so
       continue;
     }
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
     if (n < 0 && errno == EINTR) continue;
-    deliverFrames();  // what came before the end still counts
-    if (!fd_.isOpen()) return;
     return fail(n == 0 ? format("%s closed the connection", peer_.charPtr())
                        : format("reading from %s failed: %s", peer_.charPtr(), std::strerror(errno)));
   }
-  deliverFrames();
 }
 
-void AttrLogStream::deliverFrames() {
+void AttrLogStream::received(std::string_view bytes) {
+  if (in_.empty()) {
+    size_t used = deliverFrames(bytes);
+    if (handler_) in_.assign(bytes.substr(used));
+  } else {
+    in_.append(bytes);
+    size_t used = deliverFrames(in_);
+    in_.erase(0, used);
+  }
+  if (!handler_) return;
+  if (in_.empty()) emptied(in_);
+  if (holdInput(in_.size())) return;
+  fail(format("%s sends more than the %zu bytes of partial frames all connections may hold", peer_.charPtr(),
+              maxHeldInput()));
+}
+
+// Delivers the whole frames at the start of bytes; returns the bytes used.
+size_t AttrLogStream::deliverFrames(std::string_view bytes) {
   std::string error;
+  size_t consumed = 0;
   while (handler_) {
     size_t used = 0;
-    std::string_view rest(in_.data() + consumed_, in_.size() - consumed_);
-    Decoded d = decodeFrame(rest, message_, used, error);
+    Decoded d = decodeFrame(bytes.substr(consumed), message_, used, error);
     if (d == Decoded::needMore) break;
     if (d == Decoded::malformed) {
       ZET_TRACE_AT("NboAttrLog", 0) << "malformed frame from " << peer_ << ": " << error << "; closing";
-      return fail(format("malformed frame from %s: %s", peer_.charPtr(), error.c_str()));
+      fail(format("malformed frame from %s: %s", peer_.charPtr(), error.c_str()));
+      break;
     }
-    consumed_ += used;
+    consumed += used;
     handler_->onMessage(message_);
   }
-  if (consumed_ == in_.size()) {
-    in_.clear();
-    consumed_ = 0;
-  } else if (consumed_ > in_.size() / 2) {
-    in_.erase(0, consumed_);
-    consumed_ = 0;
-  }
+  return consumed;
+}
+
+bool AttrLogStream::holdInput(size_t bytes) {
+  size_t total = heldInput.fetch_add(bytes - held_) + bytes - held_;
+  held_ = bytes;
+  return total <= maxHeldInput() || bytes == 0;
 }
 
 void AttrLogStream::sendSoon() {
@@ -132,7 +179,7 @@ void AttrLogStream::flush() {
   if (!fd_.isOpen() || connecting_) return;
   while (true) {
     if (sent_ == out_.size()) {
-      out_.clear();
+      emptied(out_);
       sent_ = 0;
       if (closing_) return close();
       // Room: the handler may add what it holds back (conflated changes).

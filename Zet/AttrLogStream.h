@@ -8,6 +8,12 @@
 // The stream ends when the peer closes, a read or write fails, or a frame is
 // malformed; the handler hears why once (onStreamClosed) and the stream
 // closes its socket. A handler may drop the stream from any of its callbacks.
+//
+// Memory follows need: a stream keeps received bytes only while a frame is
+// incomplete, and gives back the storage of a buffer it has emptied once it
+// grew past a few KiB. What all streams of the process hold for incomplete
+// frames is bounded (ZET_ATTRLOG_MAX_INPUT bytes, 64 MiB by default): a
+// stream whose partial frame would pass the bound ends.
 
 #include <string>
 
@@ -59,7 +65,11 @@ class AttrLogStream : public PtrInterface {
   void onEvents(unsigned events);
   void onConnected();
   void readAvailable();
-  void deliverFrames();
+  void received(std::string_view bytes);
+  size_t deliverFrames(std::string_view bytes);
+  // Counts `bytes` as what this stream holds for a partial frame; false
+  // when that takes the process past its bound.
+  bool holdInput(size_t bytes);
   void flush();
   void watchFor(unsigned events);
   void writeFailed(int error);
@@ -69,8 +79,8 @@ class AttrLogStream : public PtrInterface {
   SocketFd fd_;
   Handler* handler_;
   String8 peer_;
-  std::string in_;     // received bytes; frames start at consumed_
-  size_t consumed_ = 0;
+  std::string in_;     // the start of a frame still incomplete
+  size_t held_ = 0;    // in_'s bytes as counted in the process's total
   std::string out_;    // bytes to send; out_[0, sent_) are sent
   size_t sent_ = 0;
   unsigned watching_ = 0;

@@ -62,9 +62,10 @@ struct ServedTree::Node {
   bool changed = false;
 };
 
-ServedTree::ServedTree(Outlet& outlet, uint32_t subscription) : outlet_(outlet), subscription_(subscription) {}
+ServedTree::ServedTree(Outlet& outlet, uint32_t subscription, size_t& watched)
+    : outlet_(outlet), subscription_(subscription), watched_(watched) {}
 
-ServedTree::~ServedTree() = default;
+ServedTree::~ServedTree() { watched_ -= nodes_.size(); }
 
 void ServedTree::serve(std::string_view path) {
   Ptr<Entity> root = globalDir()->entityRef(path);
@@ -83,6 +84,7 @@ ServedTree::Node& ServedTree::newNode(Entity* entity, Node* parent) {
   auto owned = std::make_unique<Node>(Node{++lastId_, parent, Ptr<Entity>(entity), nullptr, nullptr, {}});
   Node& node = *owned;
   nodes_.emplace(entity, std::move(owned));
+  ++watched_;
   if (parent) parent->children.emplace(entity->name().view(), &node);
   if (auto* dir = dynamic_cast<Dir*>(entity))
     node.entries = std::make_unique<DirWatch>(*this, node, *dir);
@@ -114,6 +116,7 @@ void ServedTree::removeSubtree(Node& top) {
     unlinkChanged(*node);
     if (node == root_) root_ = nullptr;
     nodes_.erase(node->entity.ptr());
+    --watched_;
   }
 }
 

@@ -46,7 +46,9 @@ class ServedTree {
     ~Outlet() = default;
   };
 
-  ServedTree(Outlet& outlet, uint32_t subscription);
+  // Counts the entities it watches into `watched` (shared by the trees of
+  // one connection), and takes them off again as they go.
+  ServedTree(Outlet& outlet, uint32_t subscription, size_t& watched);
   ~ServedTree();
   ServedTree(ServedTree const&) = delete;
   ServedTree& operator=(ServedTree const&) = delete;
@@ -84,6 +86,7 @@ class ServedTree {
 
   Outlet& outlet_;
   uint32_t subscription_;
+  size_t& watched_;
   uint32_t lastId_ = 0;
   std::unordered_map<Entity const*, std::unique_ptr<Node>> nodes_;
   Node* root_ = nullptr;

@@ -42,6 +42,13 @@ bool waitFor(std::function<bool()> const& done, double seconds = 10) {
   return ActivityFacility::loop().runUntil(done, seconds);
 }
 
+// For what happens in another process only: polls without running the loop.
+bool eventually(std::function<bool()> const& done) {
+  for (int tries = 0; tries < 1000; ++tries, ::usleep(10000))
+    if (done()) return true;
+  return false;
+}
+
 Ptr<MountConfig> mount(std::string const& name, std::string const& source0, std::string const& target,
                        std::string const& source1 = "") {
   auto config = MountFacility::mountConfigDir()->mountConfigIs(Name(String8(name)), EntityUri(String8(source0)),
@@ -377,6 +384,79 @@ TEST(Mount, ASlowPeerCostsTheServerNoMoreThanItsBound) {
   EXPECT_EQ(peer("figures"), "sessions 0 pending 0");
 }
 
+// Subscribes `count` times to path over fd and reads until every snapshot
+// is in; false when the server closed the connection first.
+bool subscribeAndRead(int fd, uint32_t& lastSubscription, int count, std::string const& path) {
+  std::string frames;
+  NboAttrLog::FrameWriter writer(frames);
+  for (int i = 0; i < count; ++i) writer.subscribe(++lastSubscription, path);
+  if (::write(fd, frames.data(), frames.size()) != ssize_t(frames.size())) return false;
+  std::string in;
+  for (int ends = 0; ends < count;) {
+    char buffer[65536];
+    ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n <= 0) return false;
+    in.append(buffer, size_t(n));
+    NboAttrLog::Message m;
+    size_t used = 0, at = 0;
+    std::string error;
+    while (NboAttrLog::decodeFrame(std::string_view(in).substr(at), m, used, error) == NboAttrLog::Decoded::frame) {
+      at += used;
+      if (m.kind == NboAttrLog::Kind::snapshotEnd) ++ends;
+    }
+    in.erase(0, at);
+  }
+  return true;
+}
+
+TEST(Mount, APeerThatSubscribesOverAndOverIsDisconnectedAtItsBound) {
+  PeerProcess peer({"ZET_ATTRLOG_MAX_WATCHED=5000"});
+  std::string socket = socketDir() + "/paced.sock";
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  ASSERT_EQ(peer("fill /paced 760"), "ok");
+  SocketFd client = connectedTo(socket);
+  std::string hello;
+  NboAttrLog::FrameWriter(hello).hello();
+  ASSERT_EQ(::write(client.get(), hello.data(), hello.size()), ssize_t(hello.size()));
+  // Each snapshot read at once: the bytes waiting never reach their bound,
+  // but what the subscriptions keep does, at 761 entities each.
+  uint32_t subscriptions = 0;
+  int rounds = 0;
+  while (rounds < 10 && subscribeAndRead(client.get(), subscriptions, 2, "/paced")) ++rounds;
+  EXPECT_EQ(rounds, 3) << "6 subscriptions watch 4566 entities; the 7th and 8th pass 5000";
+  EXPECT_TRUE(eventually([&] { return peer("figures") == "sessions 0 pending 0"; }));
+}
+
+TEST(Mount, IdlePeersCostNoReadBufferAndPartialFramesHaveABoundForAll) {
+  PeerProcess peer({"ZET_ATTRLOG_MAX_INPUT=100000"});
+  std::string socket = socketDir() + "/idle.sock";
+  ASSERT_EQ(peer("listen-sock " + socket), "ok");
+  auto rssKb = [&] { std::string u = peer("usage"); return std::stol(u.substr(u.find("rss ") + 4)); };
+  long start = rssKb();
+  std::vector<SocketFd> clients;
+  for (int i = 0; i < 500; ++i) {
+    clients.push_back(connectedTo(socket));
+    ASSERT_EQ(::write(clients.back().get(), "\0", 1), 1);
+  }
+  ASSERT_TRUE(eventually([&] { return peer("figures") == "sessions 500 pending 0"; }));
+  EXPECT_LT(rssKb() - start, 8 * 1024) << "KiB for 500 peers that each sent a byte";
+  clients.clear();
+  ASSERT_TRUE(eventually([&] { return peer("figures") == "sessions 0 pending 0"; }));
+
+  // Partial frames of 60,000 bytes: the first peer's is held, the second's
+  // would take all peers past 100,000 bytes and ends that peer.
+  std::string partial("\0\0\xea\x60\x06", 5);
+  partial.resize(60000, 'x');
+  SocketFd first = connectedTo(socket), second = connectedTo(socket);
+  for (int fd : {first.get(), second.get()}) ASSERT_EQ(::write(fd, partial.data(), partial.size()), 60000);
+  pollfd ended{second.get(), POLLIN, 0};
+  char buffer[64];
+  ASSERT_EQ(::poll(&ended, 1, 5000), 1);
+  while (::read(second.get(), buffer, sizeof buffer) > 0) {
+  }
+  EXPECT_EQ(peer("figures"), "sessions 1 pending 0");
+}
+
 TEST(Mount, AServerOutOfDescriptorsRestsUntilOneIsFree) {
   PeerProcess peer;
   std::string socket = socketDir() + "/full.sock";
@@ -444,7 +524,7 @@ TEST(Mount, AThousandMountsShareOneConnection) {
   EXPECT_EQ(gaugeAt("/mnt/many/g999")->value(), 999u);
   EXPECT_EQ(peer("figures").rfind("sessions 1 ", 0), 0u);
   for (int i = 0; i < 1000; ++i) unmount("many" + std::to_string(i));
-  EXPECT_TRUE(waitFor([&] { return peer("figures").rfind("sessions 0 ", 0) == 0; }));
+  EXPECT_TRUE(eventually([&] { return peer("figures").rfind("sessions 0 ", 0) == 0; }));
 }
 
 TEST(Mount, ListenersReportWhatStopsThemAndNeverStealALiveSocket) {
