@@ -141,7 +141,10 @@ void AgentEnvDirSm::wakeDependents(Name const& name) {
 void AgentEnvDirSm::remove(Name const& name) {
   ZET_TRACE_AT("AgentEnvSm", 1) << "AgentEnvConfig deleted: " << name;
   forgetMissingDependency(name);
-  if (Ptr<AgentEnvSm> sm = agentEnvSm(name)) sm->maybeDeleteMountConfig();
+  if (Ptr<AgentEnvSm> sm = agentEnvSm(name)) {
+    sm->maybeDeleteMountConfig();
+    sm->maybeLeaveEntity();
+  }
   agentEnvSmDel(name);
   statusDir_->agentEnvStatusDel(name);
   ActivityFacility::activityManagerConfig()->activityConfigDel(name);

@@ -15,6 +15,7 @@
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvStatusDir.h"
 #include "Zet/HashMap.h"
+#include "Zet/LeftBehind.h"
 #include "Zet/Reactor.h"
 
 namespace Zet {
@@ -69,6 +70,10 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   // How many entries wait so for a name no entry has.
   size_t waitingDependentCount() const { return waitsFor_.size(); }
 
+  // Entities that removed entries left in place (statePreserving), by the
+  // entry's name: an entry of that name coming back takes its over.
+  LeftBehind& leftBehind() { return leftBehind_; }
+
  protected:
   virtual Ptr<AgentEnvSm> newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
                                         Ptr<AgentEnvStatus> status);
@@ -92,6 +97,7 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   // each of them waits for.
   HashMap<std::unique_ptr<HashMap<bool>>> dependentsOf_;
   HashMap<Name> waitsFor_;
+  LeftBehind leftBehind_;
 };
 
 // A new AgentEnvDirSm over the two directories.

@@ -188,6 +188,10 @@ class AgentEnvSm : public Entity, public Reactor {
   bool setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path, bool createParentDirs);
   void handleDirEntryStatus();
   void maybeDeleteMountConfig();
+  // When the config is gone: the entity an instantiation made is removed
+  // (stateRemoving) or left in place for an entry of the same name to take
+  // over (statePreserving).
+  void maybeLeaveEntity();
 
   // Round hand-over between the config and the mount facility.
   void handleConfigNextRound();
@@ -288,6 +292,9 @@ class AgentEnvSm : public Entity, public Reactor {
   // Prepares `path` and makes the entity there; attemptTrace is the
   // progress line written once the path is ready.
   void doInstantiate(EntityUriPath const& path, std::string_view attemptTrace);
+  // Whether the entity at the target is one an earlier entry of this name
+  // left there (of the config's type, untouched since): then it is taken over.
+  bool doTakeOverLeftEntity();
   void doAggregateInstantiated();
   Ptr<Dir> stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs);
   bool doMemberMountingAttempt();

@@ -60,9 +60,11 @@ void AgentEnvSm::doInstantiate(EntityUriPath const& path, std::string_view attem
     Expect expected(kUnknownTypeException | kDirInstantiationException | kNameInUseException | kRangeException);
     targetDir_->entityIs(targetName_, config_->typeName().view());
   } catch (Exception const& e) {
-    SM_TRACE(0) << ": Error: Instantiation of target threw exception " << e.text();
-    outcomeIs(instantiationCode(e), AgentEnvStatus::error);
-    return;
+    if (!e.isKind(kNameInUseException) || !doTakeOverLeftEntity()) {
+      SM_TRACE(0) << ": Error: Instantiation of target threw exception " << e.text();
+      outcomeIs(instantiationCode(e), AgentEnvStatus::error);
+      return;
+    }
   }
   Ptr<Entity> entity = targetDir_->entityRef(targetName_);
   if (!entity) {
@@ -74,6 +76,25 @@ void AgentEnvSm::doInstantiate(EntityUriPath const& path, std::string_view attem
   status_->entityIs(entity);
   status_->individualStatusIs(AgentEnvStatus::initialized);
   if (!config_->nestedConfigs().empty()) doAggregateInstantiated();
+}
+
+bool AgentEnvSm::doTakeOverLeftEntity() {
+  Ptr<Entity> left = dirSm_->leftBehind().taken(name(), targetDir_->entry(targetName_), config_->typeName().view());
+  if (!left) return false;
+  SM_TRACE(2) << ": Taking over " << left->fullName() << ", left there by this entry before";
+  return true;
+}
+
+void AgentEnvSm::maybeLeaveEntity() {
+  Ptr<Entity> entity = mode_ == instantiate && status_ ? status_->entity() : nullptr;
+  Ptr<Dir::Entry> entry = entity && targetDir_ ? targetDir_->entry(targetName_) : nullptr;
+  if (!entry || entry->entity() != entity) return;
+  if (config_->unmountType() == AgentEnvConfig::stateRemoving) {
+    SM_TRACE(2) << ": Removing " << entity->fullName();
+    targetDir_->entryDel(targetName_);
+  } else {
+    dirSm_->leftBehind().leftIs(name(), entry);
+  }
 }
 
 // Each failure of the type map has a code of its own, so that the message

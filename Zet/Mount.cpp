@@ -82,10 +82,10 @@ void Mount::stop() {
 }
 
 void Mount::unmount() {
-  if (config_->unmountType() == MountConfig::stateRemoving)
-    mirror_.removeAll();
-  else
-    mirror_.release();
+  if (config_->unmountType() == MountConfig::stateRemoving) return mirror_.removeAll();
+  Ptr<Dir::Entry> entry = LeftBehind::entryAt(mirroredTarget_);
+  if (entry && mirror_.root() && entry->entity() == mirror_.root()) machinery_.leftBehind().leftIs(config_->name(), entry);
+  mirror_.release();
 }
 
 void Mount::restartSoon() {
@@ -146,6 +146,9 @@ void Mount::attempt() {
   roundAsked_ = config_->nextRound();
   mirroredTarget_ = target;
   mirror_.roundBegin();
+  if (!mirror_.root())
+    if (Ptr<Entity> left = machinery_.leftBehind().taken(config_->name(), LeftBehind::entryAt(target)))
+      mirror_.adopt(left);
   timeoutTimer_ = loop().timerIs(config_->initTimeoutPeriod(), [alive = std::weak_ptr<Mount*>(alive_)] {
     if (auto mount = alive.lock()) {
       (*mount)->timeoutTimer_ = 0;

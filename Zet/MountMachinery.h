@@ -8,6 +8,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "Zet/LeftBehind.h"
 #include "Zet/Mount.h"
 #include "Zet/MountConfigDir.h"
 #include "Zet/MountStatusDir.h"
@@ -25,6 +26,10 @@ class MountMachinery : private MountConfigDir::NotifieeConst {
 
   // The link to the endpoint of source, shared by the mounts that use it.
   Ptr<MountLink> link(EntityUri const& source);
+  // Mirrors that statePreserving mounts left in place when their configs
+  // went, by mount name: a mount of that name at the same target takes its
+  // mirror over again.
+  LeftBehind& leftBehind() { return leftBehind_; }
 
  private:
   void onMountConfig(Name const& name) override;
@@ -34,7 +39,8 @@ class MountMachinery : private MountConfigDir::NotifieeConst {
   Ptr<MountConfigDir> configs_;
   Ptr<MountStatusDir> statuses_;
   std::unordered_map<std::string, std::unique_ptr<Mount>> mounts_;
-  std::unordered_map<std::string, MountLink*> links_;  // by endpoint; each removes itself when it closes
+  std::unordered_map<std::string, MountLink*> links_;
+  LeftBehind leftBehind_;  // by endpoint; each removes itself when it closes
 };
 
 }  // namespace Zet

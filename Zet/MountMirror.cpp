@@ -100,6 +100,18 @@ void MountMirror::release() {
   root_ = nullptr;
 }
 
+void MountMirror::adopt(Ptr<Entity> const& root) {
+  std::vector<Ptr<Entity>> pending{root};
+  while (!pending.empty()) {
+    Ptr<Entity> entity = std::move(pending.back());
+    pending.pop_back();
+    if (!previous_.emplace(entity.ptr(), entity).second) continue;  // a link met twice
+    entity->mirrorIs(true);
+    forEachChild(*entity, [&](Entity* child) { pending.emplace_back(child); });
+  }
+  root_ = root;
+}
+
 Ptr<Entity> MountMirror::reusable(Dir const& dir, Name const& name, std::string_view type) const {
   Ptr<Dir::Entry> entry = dir.entry(name);
   Entity* held = entry ? entry->entity().ptr() : nullptr;

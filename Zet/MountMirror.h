@@ -58,6 +58,10 @@ class MountMirror {
   void removeAll();
   // Leaves the entities in place as ordinary local ones and forgets them.
   void release();
+  // Takes over `root` and everything below it, left in place by an earlier
+  // mount of the same name, as if mirrored in the last round: the next
+  // snapshot reuses what it still has and removes the rest.
+  void adopt(Ptr<Entity> const& root);
 
  private:
   Entity* byId(uint32_t id) const;

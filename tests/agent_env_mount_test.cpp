@@ -165,6 +165,19 @@ TEST_F(AgentEnvMountTest, ARealMountFromAnotherProcess) {
   EXPECT_EQ(status("load")->entity(), at(path("remote/load")));
   EXPECT_EQ(status("load")->entity()->fwkType().name, "Test::Gauge");
 
+  // Removed (statePreserving) and added back, as a reload and its rollback
+  // do: the mirror left in place is taken over again, the same entity.
+  Ptr<Entity> mirror = at(path("remote/load"));
+  configs->agentEnvConfigDel(Name("load"));
+  settle();
+  EXPECT_EQ(at(path("remote/load")), mirror);
+  EXPECT_FALSE(mirror->isMirror());
+  entry("load", {.source0 = ::Test::tcpSource(port, "/shared/load"), .target = path("remote/load")});
+  ASSERT_TRUE(ActivityFacility::loop().runUntil([&] { return individual("load") != St::notApplicable && individual("load") != St::inProgress; }, 10));
+  EXPECT_EQ(individual("load"), St::initialized) << stringValue(code("load"));
+  EXPECT_EQ(status("load")->entity(), mirror);
+  EXPECT_TRUE(mirror->isMirror());
+
   peer.kill();
   ASSERT_TRUE(ActivityFacility::loop().runUntil([&] { return individual("load") == St::fail; }, 10));
   EXPECT_EQ(code("load"), St::disconnected);

@@ -328,6 +328,39 @@ TEST_F(AgentEnvSmTest, DeletingAConfigRemovesItsStateMachineStatusAndActivity) {
   EXPECT_EQ(individual("gone"), St::initialized);
 }
 
+TEST_F(AgentEnvSmTest, AnEntryRemovedAndAddedBackTakesOverWhatItLeftAndNothingElse) {
+  entry("keep", {.target = path("keep"), .typeName = "Zet::Dir"});
+  entry("drop", {.target = path("drop"), .typeName = "Zet::Dir"});
+  configs->agentEnvConfig(Name("drop"))->unmountTypeIs(AgentEnvConfig::stateRemoving);
+  Ptr<Entity> kept = at(path("keep"));
+  ASSERT_TRUE(kept);
+  configs->agentEnvConfigDel(Name("keep"));
+  configs->agentEnvConfigDel(Name("drop"));
+  EXPECT_EQ(at(path("keep")), kept) << "statePreserving leaves the entity";
+  EXPECT_FALSE(at(path("drop"))) << "stateRemoving takes it away";
+
+  // Another entry, or the same entry with another type, may not have it.
+  entry("thief", {.target = path("keep"), .typeName = "Zet::Dir"});
+  EXPECT_EQ(code("thief"), St::entityShadowsPath);
+  configs->agentEnvConfigDel(Name("thief"));
+
+  // The entries come back (a reload rolled back): each is what it was.
+  entry("keep", {.target = path("keep"), .typeName = "Zet::Dir"});
+  entry("drop", {.target = path("drop"), .typeName = "Zet::Dir"});
+  EXPECT_EQ(individual("keep"), St::initialized);
+  EXPECT_EQ(status("keep")->entity(), kept);
+  EXPECT_EQ(individual("drop"), St::initialized);
+
+  // Taken over once: removed again and someone else's entity put there, the
+  // place is not the entry's any more.
+  configs->agentEnvConfigDel(Name("keep"));
+  Ptr<Dir> parent = ptr_cast<Dir>(at(root));
+  parent->entryDel(Name("keep"));
+  parent->dirIs(Name("keep"));
+  entry("keep", {.target = path("keep"), .typeName = "Zet::Dir"});
+  EXPECT_EQ(code("keep"), St::entityShadowsPath);
+}
+
 TEST_F(AgentEnvSmTest, SwitchingNotificationOffSilencesEveryStateMachine) {
   entry("quiet", {.target = path("quiet"), .typeName = "Zet::Dir", .dependency = "_NOT READY_"});
   dirSm->hasNotificationActiveIs(false);
