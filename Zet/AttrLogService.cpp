@@ -139,8 +139,9 @@ void AttrLogService::rest(int error) {
   if (resting_) return;
   resting_ = true;
   // Said whatever the trace selection: peers are being kept waiting.
-  TraceLine("NboAttrLog", 0) << "attribute-log service: cannot accept: " << std::strerror(error)
-                                << "; new peers wait until a connection closes";
+  Trace::write("NboAttrLog", 0,
+               format("attribute-log service: cannot accept: %s; new peers wait until a connection closes",
+                      std::strerror(error)).view());
   for (Listener* listener : {&tcp_, &domain_, &control_})
     if (listener->fd.isOpen()) loop().fdWatcherDel(listener->fd.get());
   wakeTimer_ = loop().timerIs(kRestSeconds, [this] {

@@ -457,7 +457,18 @@ TEST(Mount, IdlePeersCostNoReadBufferAndPartialFramesHaveABoundForAll) {
   EXPECT_EQ(peer("figures"), "sessions 1 pending 0");
 }
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ZET_SANITIZED_BUILD 1
+#endif
+#endif
+
 TEST(Mount, AServerOutOfDescriptorsRestsUntilOneIsFree) {
+#ifdef ZET_SANITIZED_BUILD
+  // The sanitizers' checks of a virtual call need a descriptor of their own
+  // (they probe memory through a pipe) and fail when none is left.
+  GTEST_SKIP() << "a process out of descriptors cannot be checked by the sanitizers";
+#endif
   PeerProcess peer;
   std::string socket = socketDir() + "/full.sock";
   ASSERT_EQ(peer("listen-sock " + socket), "ok");
