@@ -8,7 +8,6 @@
 // then finds its entity at its place. A member with a target of its own
 // mounts on its own.
 
-
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmReactors.h"
 #include "AgentEnv/AgentEnvSmTrace.h"

@@ -1,6 +1,7 @@
 #include "Zet/AttrLogService.h"
 
 #include <malloc.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -45,22 +46,14 @@ std::vector<uid_t> allowedUidsFromEnvironment() {
   return uids;
 }
 
-// A positive number from the environment, or the default.
-size_t boundFromEnvironment(char const* name, size_t byDefault) {
-  String8 text = System::getenv(name);
-  size_t bound = 0;
-  auto [end, ec] = std::from_chars(text.charPtr(), text.charPtr() + text.size(), bound);
-  return ec == std::errc() && end == text.charPtr() + text.size() && bound > 0 ? bound : byDefault;
-}
-
 }  // namespace
 
 AttrLogService::AttrLogService(Ptr<ConnectionDir> const& connections)
     : connections_(connections),
       owner_(::getpid()),
       allowedUids_(allowedUidsFromEnvironment()),
-      bounds_{boundFromEnvironment("ZET_ATTRLOG_MAX_PENDING", kDefaultMaxPending),
-              boundFromEnvironment("ZET_ATTRLOG_MAX_WATCHED", kDefaultMaxWatched)} {
+      bounds_{System::getenvCount("ZET_ATTRLOG_MAX_PENDING", kDefaultMaxPending),
+              System::getenvCount("ZET_ATTRLOG_MAX_WATCHED", kDefaultMaxWatched)} {
   if (connections->listenPort()) listenPortIs(connections->listenPort());
   if (!connections->listenDomainSock().isEmpty()) listenDomainSockIs(connections->listenDomainSock());
   if (!connections->controlDomainSock().isEmpty()) controlDomainSockIs(connections->controlDomainSock());
@@ -86,7 +79,13 @@ ServiceFigures AttrLogService::figures() const {
 void AttrLogService::socketFilesDel() const {
   if (::getpid() != owner_) return;
   for (Listener const* listener : {&domain_, &control_})
-    if (listener->fd.isOpen()) ::unlink(listener->domainPath.charPtr());
+    if (listener->fd.isOpen()) socketFileDel(*listener);
+}
+
+void AttrLogService::socketFileDel(Listener const& listener) {
+  struct stat st;
+  if (::lstat(listener.domainPath.charPtr(), &st) == 0 && st.st_dev == listener.device && st.st_ino == listener.inode)
+    ::unlink(listener.domainPath.charPtr());
 }
 
 void AttrLogService::listenPortIs(unsigned short port) { replace(tcp_, port ? Socket::listenTcp(port) : SocketFd(), {}); }
@@ -104,6 +103,11 @@ void AttrLogService::replace(Listener& listener, SocketFd fd, String8 const& dom
   if (!fd.isOpen()) return;
   listener.fd = std::move(fd);
   listener.domainPath = domainPath;
+  struct stat st;
+  if (listener.domain && ::lstat(domainPath.charPtr(), &st) == 0) {
+    listener.device = st.st_dev;
+    listener.inode = st.st_ino;
+  }
   if (!resting_) watch(listener);
 }
 
@@ -115,7 +119,7 @@ void AttrLogService::close(Listener& listener) {
   if (!listener.fd.isOpen()) return;
   loop().fdWatcherDel(listener.fd.get());
   listener.fd.reset();
-  if (listener.domain) ::unlink(listener.domainPath.charPtr());
+  if (listener.domain) socketFileDel(listener);
   listener.domainPath = String8();
 }
 
@@ -126,6 +130,7 @@ void AttrLogService::acceptAll(Listener& listener) {
       if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) rest(errno);
       return;
     }
+    exhaustionSaid_ = false;
     String8 refused = listener.domain ? refusal(fd.get()) : String8();
     String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr()) : String8("TCP peer");
     auto session = std::make_unique<AttrLogSession>(std::move(fd), peer, refused, bounds_,
@@ -138,10 +143,13 @@ void AttrLogService::acceptAll(Listener& listener) {
 void AttrLogService::rest(int error) {
   if (resting_) return;
   resting_ = true;
-  // Said whatever the trace selection: peers are being kept waiting.
-  Trace::write("NboAttrLog", 0,
-               format("attribute-log service: cannot accept: %s; new peers wait until a connection closes",
-                      std::strerror(error)).view());
+  // Said once whatever the trace selection, until peers are accepted again:
+  // peers are being kept waiting.
+  if (!exhaustionSaid_)
+    Trace::write("NboAttrLog", 0,
+                 format("attribute-log service: cannot accept: %s; new peers wait until a connection closes",
+                        std::strerror(error)).view());
+  exhaustionSaid_ = true;
   for (Listener* listener : {&tcp_, &domain_, &control_})
     if (listener->fd.isOpen()) loop().fdWatcherDel(listener->fd.get());
   wakeTimer_ = loop().timerIs(kRestSeconds, [this] {

@@ -16,6 +16,8 @@
 //   ZET_ATTRLOG_MAX_WATCHED      entities one peer's subscriptions may watch
 //                                together before it is disconnected (default
 //                                262144)
+//   ZET_ATTRLOG_MAX_INPUT        bytes of partial frames all peers may hold
+//                                together (default 64 MiB; AttrLogStream)
 //
 // When accept runs out of descriptors, the listeners rest until a session
 // ends or a short pause has passed, instead of waking the loop for the same
@@ -51,6 +53,10 @@ class AttrLogService : private ConnectionDir::Listeners {
     SocketFd fd;
     String8 domainPath;  // of a domain-socket listener, removed on close
     bool domain = false;
+    // The socket file made, so that a file someone else put at the path
+    // since is never removed.
+    dev_t device = 0;
+    ino_t inode = 0;
   };
 
   void listenPortIs(unsigned short port) override;
@@ -61,6 +67,7 @@ class AttrLogService : private ConnectionDir::Listeners {
   // had.
   void replace(Listener& listener, SocketFd fd, String8 const& domainPath);
   void close(Listener& listener);
+  static void socketFileDel(Listener const& listener);
   void watch(Listener& listener);
   void acceptAll(Listener& listener);
   // Accept ran out of descriptors: the listeners stop being watched until a
@@ -80,6 +87,7 @@ class AttrLogService : private ConnectionDir::Listeners {
   ActivityLoop::TimerId wakeTimer_ = 0;
   ActivityLoop::TimerId trimTimer_ = 0;
   bool resting_ = false;
+  bool exhaustionSaid_ = false;  // until an accept succeeds again
   std::vector<uid_t> allowedUids_;
   AttrLogSession::Bounds bounds_;
   std::unordered_map<AttrLogSession*, std::unique_ptr<AttrLogSession>> sessions_;

@@ -19,6 +19,7 @@ AttrLogSession::AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal
     : stream_(new AttrLogStream(std::move(fd), false, this, std::move(peer))),
       bounds_(bounds),
       ended_(std::move(ended)) {
+  stream_->inputBoundedIs(true);
   FrameWriter writer(stream_->out());
   if (!refusal.isEmpty()) {
     ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << stream_->peer() << ": " << refusal;

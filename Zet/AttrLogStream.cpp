@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <memory>
 
@@ -32,12 +31,7 @@ ActivityLoop& loop() { return ActivityFacility::loop(); }
 std::atomic<size_t> heldInput{0};
 
 size_t maxHeldInput() {
-  static size_t const bound = [] {
-    String8 text = System::getenv("ZET_ATTRLOG_MAX_INPUT");
-    size_t value = 0;
-    auto [end, ec] = std::from_chars(text.charPtr(), text.charPtr() + text.size(), value);
-    return ec == std::errc() && end == text.charPtr() + text.size() && value > 0 ? value : kDefaultMaxHeldInput;
-  }();
+  static size_t const bound = System::getenvCount("ZET_ATTRLOG_MAX_INPUT", kDefaultMaxHeldInput);
   return bound;
 }
 
@@ -160,10 +154,13 @@ size_t AttrLogStream::deliverFrames(std::string_view bytes) {
   return consumed;
 }
 
+// A partial frame no larger than one read is always held, so peers that
+// hold large partial frames cannot keep others from sending small ones.
 bool AttrLogStream::holdInput(size_t bytes) {
+  if (!inputBounded_) return true;
   size_t total = heldInput.fetch_add(bytes - held_) + bytes - held_;
   held_ = bytes;
-  return total <= maxHeldInput() || bytes == 0;
+  return total <= maxHeldInput() || bytes <= kReadChunk;
 }
 
 void AttrLogStream::sendSoon() {

@@ -11,9 +11,11 @@
 //
 // Memory follows need: a stream keeps received bytes only while a frame is
 // incomplete, and gives back the storage of a buffer it has emptied once it
-// grew past a few KiB. What all streams of the process hold for incomplete
-// frames is bounded (ZET_ATTRLOG_MAX_INPUT bytes, 64 MiB by default): a
-// stream whose partial frame would pass the bound ends.
+// grew past a few KiB. What the streams of accepted peers hold together for
+// incomplete frames is bounded (ZET_ATTRLOG_MAX_INPUT bytes, 64 MiB by
+// default): such a stream whose partial frame, larger than one read, would
+// pass the bound ends. Streams this process connected are not counted: a
+// peer it never chose cannot starve its mounts.
 
 #include <string>
 
@@ -48,6 +50,9 @@ class AttrLogStream : public PtrInterface {
   ~AttrLogStream() override;
 
   String8 const& peer() const { return peer_; }
+  // Counts the stream's partial frames against the process's bound (for
+  // the streams of accepted peers).
+  void inputBoundedIs(bool bounded) { inputBounded_ = bounded; }
   int fd() const { return fd_.get(); }
   bool isOpen() const { return handler_ != nullptr; }
 
@@ -81,6 +86,7 @@ class AttrLogStream : public PtrInterface {
   String8 peer_;
   std::string in_;     // the start of a frame still incomplete
   size_t held_ = 0;    // in_'s bytes as counted in the process's total
+  bool inputBounded_ = false;
   std::string out_;    // bytes to send; out_[0, sent_) are sent
   size_t sent_ = 0;
   unsigned watching_ = 0;

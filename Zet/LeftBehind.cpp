@@ -29,8 +29,13 @@ Ptr<Dir::Entry> LeftBehind::entryAt(EntityUriPath const& path) {
 }
 
 void LeftBehind::sweep() {
-  for (auto it = left_.begin(); it; ++it)
-    if (it->value()->status() != Dir::Entry::Status::current) left_.erase(Name(it->key()));
+  // An iterator on an erased member moves on to the next by itself.
+  for (auto it = left_.begin(); it;) {
+    if (it->value()->status() == Dir::Entry::Status::current)
+      ++it;
+    else
+      left_.erase(Name(it->key()));
+  }
   sweepAt_ = std::max<size_t>(64, 2 * left_.size());
 }
 

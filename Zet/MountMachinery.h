@@ -39,8 +39,8 @@ class MountMachinery : private MountConfigDir::NotifieeConst {
   Ptr<MountConfigDir> configs_;
   Ptr<MountStatusDir> statuses_;
   std::unordered_map<std::string, std::unique_ptr<Mount>> mounts_;
-  std::unordered_map<std::string, MountLink*> links_;
-  LeftBehind leftBehind_;  // by endpoint; each removes itself when it closes
+  std::unordered_map<std::string, MountLink*> links_;  // by endpoint; each removes itself when it closes
+  LeftBehind leftBehind_;
 };
 
 }  // namespace Zet

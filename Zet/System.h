@@ -1,6 +1,8 @@
 #pragma once
 // Services of the operating system the framework's users need.
 
+#include <cstddef>
+
 #include "Zet/String8.h"
 
 namespace Zet {
@@ -8,6 +10,9 @@ namespace System {
 
 // The value of an environment variable; empty when it is unset.
 String8 getenv(char const* name);
+// An environment variable holding a positive decimal number, or byDefault
+// when it is unset or holds anything else.
+size_t getenvCount(char const* name, size_t byDefault);
 // This host's name; empty when the system cannot tell.
 String8 hostname();
 

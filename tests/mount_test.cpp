@@ -443,17 +443,17 @@ TEST(Mount, IdlePeersCostNoReadBufferAndPartialFramesHaveABoundForAll) {
   clients.clear();
   ASSERT_TRUE(eventually([&] { return peer("figures") == "sessions 0 pending 0"; }));
 
-  // Partial frames of 60,000 bytes: the first peer's is held, the second's
+  // Partial frames of 80,000 bytes: the first peer's is held, the second's
   // would take all peers past 100,000 bytes and ends that peer.
-  std::string partial("\0\0\xea\x60\x06", 5);
-  partial.resize(60000, 'x');
+  std::string partial("\0\x01\x38\x80\x06", 5);
+  partial.resize(80000, 'x');
   SocketFd first = connectedTo(socket), second = connectedTo(socket);
-  for (int fd : {first.get(), second.get()}) ASSERT_EQ(::write(fd, partial.data(), partial.size()), 60000);
+  for (int fd : {first.get(), second.get()}) ASSERT_EQ(::write(fd, partial.data(), partial.size()), 80000);
   pollfd ended{second.get(), POLLIN, 0};
   char buffer[64];
-  ASSERT_EQ(::poll(&ended, 1, 5000), 1);
-  while (::read(second.get(), buffer, sizeof buffer) > 0) {
-  }
+  ssize_t n = 1;
+  while (n > 0 && ::poll(&ended, 1, 5000) == 1) n = ::read(second.get(), buffer, sizeof buffer);
+  EXPECT_EQ(n, 0) << "the second peer is disconnected";
   EXPECT_EQ(peer("figures"), "sessions 1 pending 0");
 }
 
@@ -588,6 +588,13 @@ TEST(Mount, ListenersReportWhatStopsThemAndNeverStealALiveSocket) {
   unmount("self");
   NboAttrLog::connectionDir()->listenDomainSockIs("");
   EXPECT_NE(::access(socket.c_str(), F_OK), 0);
+
+  // A file someone else put at the path since is theirs: closing leaves it.
+  NboAttrLog::connectionDir()->listenDomainSockIs(String8(socket));
+  ASSERT_EQ(::unlink(socket.c_str()), 0);
+  SocketFd foreign = Socket::listenDomain(String8(socket));
+  NboAttrLog::connectionDir()->listenDomainSockIs("");
+  EXPECT_EQ(::access(socket.c_str(), F_OK), 0);
 }
 
 }  // namespace

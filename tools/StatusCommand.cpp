@@ -47,8 +47,7 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
          "prints them: entry, mode, individual and group status, code and message of a\n"
          "failure, source in use, and the reason of a failure that its code cannot say\n"
          "(an export that cannot listen). --json prints one object per entry and line,\n"
-         "with the\n"
-         "keys entry, mode, status, group, code, message, reason, currentSource.\n");
+         "with the keys entry, mode, status, group, code, message, reason, currentSource.\n");
   control_.addTo(*status);
   status->add_flag("--json", json_, "one JSON object per entry and line");
   status->add_flag("--watch", watch_, "then print each change until interrupted");

@@ -33,6 +33,12 @@ bool showsReason(AgentEnvStatus const& status) {
   return s == AgentEnvStatus::fail || s == AgentEnvStatus::error || s == AgentEnvStatus::unsupported;
 }
 
+std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvConfig const> const& config) {
+  std::string text = AgentEnv::statusMessage(status, config).str();
+  if (!status->reason().isEmpty()) text += ": " + status->reason().str();
+  return text;
+}
+
 std::string modeFromConfig(AgentEnvConfig const* config) {
   if (!config) return "";
   if (config->source0().isExport()) return "exp";

@@ -28,4 +28,7 @@ void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const
 // Whether the status shows its code and message.
 bool showsReason(AgentEnvStatus const& status);
 
+// A failure in one line: the status message, then the reason when there is one.
+std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvConfig const> const& config);
+
 }  // namespace Zet::Tool

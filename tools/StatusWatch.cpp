@@ -14,6 +14,7 @@ class StatusWatch::EntryWatch : public AgentEnvStatus::NotifieeConst {
   void onIndividualStatus() override { watch_.changed(notifier()->name()); }
   void onGroupStatus() override { watch_.changed(notifier()->name()); }
   void onStatusCode() override { watch_.changed(notifier()->name()); }
+  void onReason() override { watch_.changed(notifier()->name()); }
 
  private:
   StatusWatch& watch_;
@@ -57,7 +58,7 @@ void StatusWatch::printChanges() {
     if (!s) continue;
     std::string line = name.str() + ": " + stringValue(s->individualStatus()).str() + " " +
                        stringValue(s->groupStatus()).str() + " " + stringValue(s->statusCode()).str();
-    if (showsReason(*s)) line += ": " + AgentEnv::statusMessage(s, configs_->agentEnvConfig(name)).str();
+    if (showsReason(*s)) line += ": " + failureText(s, configs_->agentEnvConfig(name));
     std::string& last = printed_[name.str()];
     if (line == last) continue;
     last = line;

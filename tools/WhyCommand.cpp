@@ -7,6 +7,7 @@
 
 #include "AgentEnv/AgentEnvRoot.h"
 #include "Help.h"
+#include "StatusTable.h"
 
 namespace Zet::Tool {
 namespace {
@@ -57,9 +58,7 @@ Explanation explain(AgentView const& view, Name const& entry) {
     path.push_back(name);
     Ptr<AgentEnvStatus const> status = view.status(at);
     if (status && failed(status->individualStatus())) {
-      std::string reason = status->reason().isEmpty() ? "" : ": " + status->reason().str();
-      hops.push_back(name + ": " + stringValue(status->individualStatus()).str() + ": " +
-                     AgentEnv::statusMessage(status, config).str() + reason);
+      hops.push_back(name + ": " + stringValue(status->individualStatus()).str() + ": " + failureText(status, config));
       break;
     }
     if (status && status->individualStatus() == St::initialized) {
