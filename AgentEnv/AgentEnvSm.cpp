@@ -84,7 +84,7 @@ void AgentEnvSm::doShutdown() {
   dependencyReactor_.reset();
   dirEntryReactor_.reset();
   mounting_.reset();
-  exportRetry_.reset();
+  exporting_.reset();
   statusReactor_.notifierIs(nullptr);
   configReactor_.notifierIs(nullptr);
 }
@@ -144,7 +144,7 @@ void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
   activityConfigIs(activity);
   for (Reactor* r : std::initializer_list<Reactor*>{mountStatusReactor(), prefixMountStatusReactor(),
                                                    dirEntryReactor_.get(), dependencyReactor_.get(),
-                                                   aggAgentSmReactor_.get()})
+                                                   aggAgentSmReactor_.get(), endpointReactor()})
     if (r) r->activityConfigIs(activity);
 }
 
@@ -328,7 +328,7 @@ void AgentEnvSm::hasNotificationActiveIs(bool active) {
   notificationActive_ = active;
   for (NotifieeBase* n : std::initializer_list<NotifieeBase*>{
            &configReactor_, &statusReactor_, mountStatusReactor(), prefixMountStatusReactor(),
-           dirEntryReactor_.get(), dependencyReactor_.get(), aggAgentSmReactor_.get()})
+           dirEntryReactor_.get(), dependencyReactor_.get(), aggAgentSmReactor_.get(), endpointReactor()})
     if (n) n->hasNotificationActiveIs(active);
 }
 
@@ -366,7 +366,8 @@ void AgentEnvSm::onZombie(bool zombie) {
   statusReactor_.zombie = zombie;
   for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor(), mountStatusReactor(),
                                                    dirEntryReactor_.get(),
-                                                   dependencyReactor_.get(), aggAgentSmReactor_.get()})
+                                                   dependencyReactor_.get(), aggAgentSmReactor_.get(),
+                                                   endpointReactor()})
     if (r) r->zetDoZombieReactors(zombie);
 }
 

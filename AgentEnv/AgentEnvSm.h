@@ -171,6 +171,10 @@ class AgentEnvSm : public Entity, public Reactor {
   // The export attempt, with a listener that cannot open reported as the
   // entry's failure (its reason the listener's) and tried again later.
   bool doExportAttemptOrReport();
+  // Reaction to the process's endpoints: an export whose endpoint another
+  // export replaced no longer listens, and says so (error, with a reason)
+  // until the endpoint is its own again.
+  void handleExportEndpoint();
   bool doMountingAttempt();
   // Run on an aggregate's state machine for its members: makes sure the
   // aggregate's own mount, which delivers them, is under way.
@@ -272,8 +276,10 @@ class AgentEnvSm : public Entity, public Reactor {
   // apart, made on first use.
   struct Mounting;
   Mounting& mounting();
-  // The pause before an export whose listener could not open tries again.
-  struct ExportRetry;
+  struct Exporting;
+  class EndpointReactor;
+  Exporting& exporting();
+  EndpointReactor* endpointReactor() const;
   bool doReportExportFailure(ListenException const& e);
   MountStatusReactor* mountStatusReactor() const;
   MountStatusReactor* prefixMountStatusReactor() const;
@@ -328,7 +334,7 @@ class AgentEnvSm : public Entity, public Reactor {
   std::unique_ptr<ZetDependency> dependencyReactor_;
   std::unique_ptr<ZetAggAgentSm> aggAgentSmReactor_;
   std::unique_ptr<Mounting> mounting_;  // made when a mount needs it
-  std::unique_ptr<ExportRetry> exportRetry_;  // while an export waits to try again
+  std::unique_ptr<Exporting> exporting_;  // made by the first export attempt
   std::unique_ptr<StatusSets> statusSets_;  // made on first use: only aggregates need them
   Name sourceName_;
   Name targetName_;

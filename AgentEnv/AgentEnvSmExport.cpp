@@ -12,32 +12,69 @@
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmReactors.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
+#include "Zet/Format.h"
 #include "Zet/NboAttrLog.h"
 
 namespace Zet {
 
+AgentEnvSm::Exporting& AgentEnvSm::exporting() {
+  if (!exporting_) exporting_ = std::make_unique<Exporting>();
+  return *exporting_;
+}
+
+AgentEnvSm::EndpointReactor* AgentEnvSm::endpointReactor() const {
+  return exporting_ ? exporting_->endpoint.get() : nullptr;
+}
+
 bool AgentEnvSm::doExportAttemptOrReport() {
   try {
     Expect expected(kListenException);
-    bool exported = doExportAttempt();
-    if (exported) exportRetry_.reset();
-    return exported;
+    if (!doExportAttempt()) return false;
   } catch (ListenException const& e) {
     return doReportExportFailure(e);
   }
+  // Listening: the endpoint is watched from now on, the pause starts afresh.
+  Exporting& e = exporting();
+  auto connections = NboAttrLog::connectionDir();
+  bool domain = connections->listenDomainSock() == config_->target().text();
+  e.port = domain ? 0 : connections->listenPort();
+  e.socketPath = domain ? connections->listenDomainSock() : String8();
+  e.delay = Exporting::kFirstDelay;
+  e.replaced = false;
+  if (!e.endpoint) {
+    e.endpoint = std::make_unique<EndpointReactor>(*this);
+    e.endpoint->notifierIs(connections);
+  }
+  return true;
+}
+
+void AgentEnvSm::handleExportEndpoint() {
+  if (!exporting_ || !exporting_->endpoint || consistency_ == inconsistent || mode_ != exp || !status_) return;
+  auto connections = NboAttrLog::connectionDir();
+  Exporting& e = *exporting_;
+  String8 now = e.port ? format("TCP port %u", unsigned(connections->listenPort()))
+                       : format("domain socket '%s'", connections->listenDomainSock().charPtr());
+  bool ours = e.port ? connections->listenPort() == e.port : connections->listenDomainSock() == e.socketPath;
+  if (ours == !e.replaced) return;
+  e.replaced = !ours;
+  if (ours) return status_->individualStatusIs(AgentEnvStatus::initialized);
+  SM_TRACE(0) << ": Error: Export replaced: the process now listens on " << now;
+  outcomeIs(AgentEnvStatus::none, AgentEnvStatus::error,
+            format("replaced by another export: this process listens on one %s only, now %s",
+                   e.port ? "TCP port" : "domain socket", now.charPtr()));
 }
 
 // The retry runs on the loop; the state machine cancels it when it stops.
 bool AgentEnvSm::doReportExportFailure(ListenException const& e) {
   SM_TRACE(0) << ": Fail: Export failed: " << e.text();
   outcomeIs(AgentEnvStatus::none, AgentEnvStatus::fail, e.text());
-  if (!exportRetry_) exportRetry_ = std::make_unique<ExportRetry>();
-  if (exportRetry_->timer) return false;
-  exportRetry_->timer = ActivityFacility::loop().timerIs(exportRetry_->delay, [this] {
-    exportRetry_->timer = 0;
+  Exporting& exporting = this->exporting();
+  if (exporting.timer) return false;
+  exporting.timer = ActivityFacility::loop().timerIs(exporting.delay, [this] {
+    exporting_->timer = 0;
     if (notificationActive_ && mode_ == exp) doActionIfReady();
   });
-  exportRetry_->delay = std::min(exportRetry_->delay * 2, ExportRetry::kMaxDelay);
+  exporting.delay = std::min(exporting.delay * 2, Exporting::kMaxDelay);
   return false;
 }
 

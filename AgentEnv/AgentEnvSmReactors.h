@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "AgentEnv/AgentEnvSm.h"
+#include "Zet/NboAttrLog.h"
 
 namespace Zet {
 
@@ -96,19 +97,32 @@ struct AgentEnvSm::Mounting {
   std::unique_ptr<MountStatusReactor> prefixStatusReactor;
 };
 
-// The timer of an export that waits to try again; the pause doubles from
-// try to try up to a cap. Going away cancels the timer.
-struct AgentEnvSm::ExportRetry {
+// The process's listening endpoints: each change of the port or the socket.
+class AgentEnvSm::EndpointReactor : public AgentEnvSmReactor<NboAttrLog::ConnectionDir::NotifieeConst> {
+ public:
+  explicit EndpointReactor(AgentEnvSm& sm) : AgentEnvSmReactor(sm, &AgentEnvSm::handleExportEndpoint) {}
+  void onListenPort() override { changed(); }
+  void onListenDomainSock() override { changed(); }
+};
+
+// The framework's side of an export: the endpoint it listens on, watched
+// while it does, and the timer of an export that waits to try again (the
+// pause doubles from try to try up to a cap). Going away cancels the timer.
+struct AgentEnvSm::Exporting {
   static constexpr double kFirstDelay = 0.1;
   static constexpr double kMaxDelay = 5.0;
 
-  ExportRetry() = default;
-  ExportRetry(ExportRetry const&) = delete;
-  ExportRetry& operator=(ExportRetry const&) = delete;
-  ~ExportRetry() {
+  Exporting() = default;
+  Exporting(Exporting const&) = delete;
+  Exporting& operator=(Exporting const&) = delete;
+  ~Exporting() {
     if (timer) ActivityFacility::loop().timerDel(timer);
   }
 
+  std::unique_ptr<EndpointReactor> endpoint;  // null while not listening
+  unsigned short port = 0;                    // what this entry listens on
+  String8 socketPath;
+  bool replaced = false;  // another export has taken the endpoint
   ActivityLoop::TimerId timer = 0;
   double delay = kFirstDelay;
 };

@@ -299,5 +299,27 @@ TEST_F(AgentEnvMountTest, AnExportThatCannotListenFailsWithTheReasonAndTakesTheE
   connections->listenDomainSockIs("");
 }
 
+TEST_F(AgentEnvMountTest, AnExportWhoseEndpointAnotherExportTookSaysSoUntilItIsBack) {
+  auto connections = NboAttrLog::connectionDir();
+  char dir[] = "/tmp/zetexportXXXXXX";
+  std::string first = std::string(::mkdtemp(dir)) + "/first.sock", second = std::string(dir) + "/second.sock";
+  entry("first", {.source0 = "*", .target = first});
+  entry("second", {.source0 = "*", .target = second});
+  settle();
+  EXPECT_EQ(individual("second"), St::initialized);
+  EXPECT_EQ(individual("first"), St::error);
+  EXPECT_EQ(status("first")->reason().view(),
+            "replaced by another export: this process listens on one domain socket only, now domain socket '" +
+                second + "'");
+  // The other entry moves to the first one's place: both listen there.
+  configs->agentEnvConfig(Name("second"))->targetIs(EntityUriPath(String8(first)));
+  settle();
+  EXPECT_EQ(connections->listenDomainSock().view(), first);
+  EXPECT_EQ(individual("first"), St::initialized);
+  EXPECT_EQ(status("first")->reason(), "");
+  EXPECT_EQ(individual("second"), St::initialized);
+  connections->listenDomainSockIs("");
+}
+
 }  // namespace
 }  // namespace Zet::testing

@@ -189,6 +189,30 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   EXPECT_EQ(nobody.wait(), 2);
 }
 
+TEST(AgentenvRun, AReloadThatReplacesAnEntryAtItsTargetAndRollsBackLeavesBothWorking) {
+  Demo demo;
+  std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
+  auto write = [&](std::string const& text) { std::ofstream(conf) << text; };
+  std::string kept = "kept { typeName = \"Zet::Dir\"; target = \"/p/kept\"; dependency = \"\"; }\n";
+  write(kept + "old { typeName = \"Zet::Dir\"; target = \"/p/x\"; dependency = \"\"; unmountType = stateRemoving; }\n");
+  ChildProcess agent(run({"--control", control, conf}));
+  ASSERT_TRUE(answers(control, "old"));
+  auto reload = [&](std::string const& text) {
+    write(text);
+    agent.signal(SIGHUP);
+    return agent.errLine(startsWith("agentenv run: reload"));
+  };
+  // One reload removes "old" and adds "new" at its place, the next removes
+  // "kept" and the one after brings it back: every entry is initialized.
+  EXPECT_NE(reload(kept + "new { typeName = \"Zet::Dir\"; target = \"/p/x\"; dependency = \"\"; }\n"), "");
+  EXPECT_TRUE(answers(control, "new"));
+  EXPECT_NE(reload("new { typeName = \"Zet::Dir\"; target = \"/p/x\"; dependency = \"\"; }\n"), "");
+  EXPECT_NE(reload(kept + "new { typeName = \"Zet::Dir\"; target = \"/p/x\"; dependency = \"\"; }\n"), "");
+  EXPECT_TRUE(answers(control, "kept"));
+  agent.signal(SIGTERM);
+  EXPECT_EQ(agent.wait(), 0) << agent.restOfOut();
+}
+
 TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   Demo demo;
   ChildProcess cycle(run({"--until-settled", "--control", "unix:" + demo.dir + "/c.sock", kExamples + "/cycle.conf"}));

@@ -80,6 +80,10 @@ std::vector<EntryChange> planChanges(AgentEnvConfigDir const& running, AgentEnvS
 }
 
 void applyPlan(AgentEnvConfigDir& running, AgentEnvConfigDir const& wanted, std::vector<EntryChange> const& plan) {
+  // Removed entries go first, so that an entry replacing one at its target
+  // finds the place free (or taken over, as its unmount type says).
+  for (auto const& change : plan)
+    if (change.kind == EntryChange::removed) running.agentEnvConfigDel(Name(String8(change.entry)));
   // Every added entry exists before any attribute is written, so that an
   // aggregate named by a member is there.
   for (auto const& change : plan)
@@ -95,8 +99,6 @@ void applyPlan(AgentEnvConfigDir& running, AgentEnvConfigDir const& wanted, std:
     for (auto const& a : AgentEnvConfig::type().attributes)
       if (compared(a)) a.write(*config, a.read(next).view());
   }
-  for (auto const& change : plan)
-    if (change.kind == EntryChange::removed) running.agentEnvConfigDel(Name(String8(change.entry)));
 }
 
 }  // namespace Zet::Tool
