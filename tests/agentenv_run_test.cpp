@@ -171,13 +171,18 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
             "updated   keep: timeoutPeriod: \"600\" → \"5\"\n"
             "refused   sock: switchedModes: Unsupported: Tried to switch modes\n");
 
+  // reload tells what the agent did with the files, and fails when it
+  // refused them.
   ChildProcess reload({AGENTENV_COMMAND, "reload", "--control", control});
   EXPECT_EQ(reload.wait(), 0);
+  EXPECT_EQ(reload.restOfOut(), "applied: 1 added, 1 removed, 1 updated, 1 refused, 3 unchanged\n");
   EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")),
             "agentenv run: reload: 1 added, 1 removed, 1 updated, 1 refused, 3 unchanged");
   write("base { typeName = \"Zet::Dir\" target = \"/p/base\"; }\n");
   ChildProcess broken({AGENTENV_COMMAND, "reload", "--control", control});
-  EXPECT_EQ(broken.wait(), 0);
+  EXPECT_EQ(broken.wait(), 1);
+  std::string refused = broken.restOfOut();
+  EXPECT_EQ(refused, "refused: the files have errors; nothing changed: " + conf + ":0: error: missing semi-colon\n");
   EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")), "agentenv run: reload: the files have errors; nothing changed");
 
   agent.signal(SIGTERM);
@@ -187,6 +192,60 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   EXPECT_EQ(table.find("\ngone "), std::string::npos) << table;
   ChildProcess nobody({AGENTENV_COMMAND, "reload", "--control", control});
   EXPECT_EQ(nobody.wait(), 2);
+}
+
+TEST(AgentenvRun, ControlOfARunningAgentNeverReachesAnotherProcess) {
+  Demo demo;
+  std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
+  std::ofstream(conf) << "exp { source0 = \"*\"; target = \"" << demo.dir << "/exp.sock\"; dependency = \"\"; }\n";
+
+  // A pid file left by a killed agent names a process that is not one:
+  // reload signals nobody.
+  ChildProcess bystander({"/bin/sleep", "30"});
+  std::ofstream(demo.dir + "/ctl.sock.pid") << bystander.pid() << "\n";
+  ChildProcess stale({AGENTENV_COMMAND, "reload", "--control", control});
+  EXPECT_EQ(stale.wait(), 2);
+  EXPECT_TRUE(bystander.running());
+
+  // A control socket that cannot open stops the agent before any entry
+  // acts: a missing folder, or another agent of that name.
+  ChildProcess lost(run({"--control", "unix:" + demo.dir + "/no/such/ctl.sock", conf}));
+  EXPECT_EQ(lost.wait(), 2);
+  EXPECT_EQ(lost.restOfErr(), "agentenv: error: cannot listen on domain socket '" + demo.dir +
+                                  "/no/such/ctl.sock': No such file or directory\n");
+  EXPECT_NE(::access((demo.dir + "/exp.sock").c_str(), F_OK), 0);
+  ChildProcess first(run({"--control", control, conf}));
+  ASSERT_TRUE(answers(control, "exp"));
+  ChildProcess second(run({"--control", control, conf}));
+  EXPECT_EQ(second.wait(), 2);
+  EXPECT_EQ(second.restOfErr(), "agentenv: error: cannot listen on domain socket '" + demo.dir +
+                                    "/ctl.sock': another process is listening there\n");
+  std::ifstream pidFile(demo.dir + "/ctl.sock.pid");
+  pid_t written = 0;
+  pidFile >> written;
+  EXPECT_EQ(written, first.pid());
+  EXPECT_TRUE(answers(control, "exp"));
+  first.signal(SIGTERM);
+  EXPECT_EQ(first.wait(), 0);
+}
+
+TEST(AgentenvRun, ASighupWhileTheFilesAreFirstReadIsAppliedOnceTheyAre) {
+  Demo demo;
+  std::string conf = demo.dir + "/big.conf", control = "unix:" + demo.dir + "/ctl.sock";
+  {
+    std::ofstream big(conf);
+    for (int i = 0; i < 20000; ++i)
+      big << "e" << i << " { typeName = \"Zet::Dir\"; target = \"/big/e" << i << "\"; dependency = \"\"; }\n";
+  }
+  ChildProcess agent(run({"--control", control, conf}));
+  std::string pidFile = demo.dir + "/ctl.sock.pid";
+  for (int tries = 0; tries < 2000 && ::access(pidFile.c_str(), F_OK) != 0; ++tries) ::usleep(1000);
+  agent.signal(SIGHUP);
+  EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")),
+            "agentenv run: reload: 0 added, 0 removed, 0 updated, 0 refused, 20000 unchanged");
+  agent.signal(SIGTERM);
+  agent.restOfOut();  // the table of 20,000 rows
+  EXPECT_EQ(agent.wait(), 0);
 }
 
 TEST(AgentenvRun, AReloadThatReplacesAnEntryAtItsTargetAndRollsBackLeavesBothWorking) {

@@ -10,23 +10,30 @@ namespace {
 // Seconds to wait for the agent's directories.
 constexpr double kReachTimeout = 5.0;
 
-// Mounts the agent's directory of that name at /agentenv-view/NAME.
-Ptr<MountStatus> mountAgentDirectory(ControlSocket const& control, std::string const& name) {
+bool settled(MountStatus const& s) { return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress; }
+
+}  // namespace
+
+Ptr<MountStatus> mountFromAgent(ControlSocket const& control, std::string const& path) {
+  std::string name = path.substr(path.rfind('/') + 1);
   Name mountName(String8("agentenv-view-" + name));
-  auto config = MountFacility::mountConfigDir()->mountConfigIs(
-      mountName, EntityUri(String8(control.uri("/AgentEnv/" + name))), EntityUri());
+  auto config = MountFacility::mountConfigDir()->mountConfigIs(mountName, EntityUri(String8(control.uri(path))),
+                                                                EntityUri());
   config->initTimeoutPeriodIs(kReachTimeout);
   config->targetNameIs(EntityUriPath(String8("/agentenv-view/" + name)));
   return MountFacility::mountStatusDir()->mountStatus(mountName);
 }
 
-bool settled(MountStatus const& s) { return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress; }
-
-}  // namespace
+Ptr<Entity> reachAgent(ControlSocket const& control, std::string const& path) {
+  Ptr<MountStatus> mounted = mountFromAgent(control, path);
+  ActivityFacility::loop().runUntil([&] { return settled(*mounted); }, 2 * kReachTimeout);
+  if (mounted->state() == MountStatus::complete && mounted->mountedEntity()) return mounted->mountedEntity();
+  throw UsageError("no agent answers at " + control.path() + " (" + stringValue(mounted->code()).str() + ")");
+}
 
 AgentView AgentView::ofAgent(ControlSocket const& control) {
-  Ptr<MountStatus> statuses = mountAgentDirectory(control, "AgentEnvStatusDir");
-  Ptr<MountStatus> configs = mountAgentDirectory(control, "AgentEnvConfigDir");
+  Ptr<MountStatus> statuses = mountFromAgent(control, "/AgentEnv/AgentEnvStatusDir");
+  Ptr<MountStatus> configs = mountFromAgent(control, "/AgentEnv/AgentEnvConfigDir");
   ActivityFacility::loop().runUntil([&] { return settled(*statuses) && settled(*configs); }, 2 * kReachTimeout);
   AgentView view;
   view.statuses = ptr_cast<AgentEnvStatusDir const>(statuses->mountedEntity());

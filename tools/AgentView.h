@@ -10,6 +10,7 @@
 #include "AgentEnv/ConfigFileParser.h"
 #include "ConfigReading.h"
 #include "ControlSocket.h"
+#include "Zet/MountStatus.h"
 
 namespace Zet::Tool {
 
@@ -27,5 +28,11 @@ struct AgentView {
     return statuses ? statuses->agentEnvStatus(name) : nullptr;
   }
 };
+
+// Mounts the entity at `path` of the agent behind the control socket (at
+// /agentenv-view/<last name>); its mount status tells how it goes.
+Ptr<MountStatus> mountFromAgent(ControlSocket const& control, std::string const& path);
+// The same, waited for: the mirror, or UsageError when no agent answers.
+Ptr<Entity> reachAgent(ControlSocket const& control, std::string const& path);
 
 }  // namespace Zet::Tool

@@ -5,9 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iostream>
+#include <sstream>
 
 #include "AgentEnv/AgentEnv.h"
+#include "AgentHost.h"
 #include "AgentView.h"
 #include "ConfigPlan.h"
 #include "Help.h"
@@ -34,41 +37,62 @@ bool allInitialized(AgentEnvStatusDir const& statuses) {
   return true;
 }
 
-// The control socket, and the process id written beside it where
-// 'agentenv reload' looks for it, for as long as the host runs.
+// The control socket, the host's record (/AgentHost) it serves, and the
+// process id written beside it (for service managers), for as long as the
+// host runs. A socket that cannot open (another agent of that name runs, a
+// missing folder, a path too long) throws before anything is written.
 class ControlPoint {
  public:
   explicit ControlPoint(ControlSocket const& control) : pidFile_(control.pidFile()) {
     NboAttrLog::connectionDir()->controlDomainSockIs(String8(control.path()));
+    host_ = ptr_cast<AgentHost>(agentHostFactory("AgentHost"));
+    host_->pidIs(uint64_t(::getpid()));
+    globalDir()->entryIs("AgentHost", host_);
     std::ofstream(pidFile_) << ::getpid() << "\n";
   }
   ~ControlPoint() {
     std::remove(pidFile_.c_str());
+    globalDir()->entryDel("AgentHost");
     NboAttrLog::connectionDir()->controlDomainSockIs("");
   }
   ControlPoint(ControlPoint const&) = delete;
   ControlPoint& operator=(ControlPoint const&) = delete;
 
+  AgentHost& host() { return *host_; }
+
  private:
   std::string pidFile_;
+  Ptr<AgentHost> host_;
 };
 
 }  // namespace
 
-void RunCommand::reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses) {
+// The outcome goes to standard error and to the host's record, where
+// 'agentenv reload' reads it: "applied: " and the counts, or "refused: "
+// and the first diagnostic the files gave.
+std::string RunCommand::reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses) {
   Findings findings;
+  std::ostringstream diagnostics;
+  std::streambuf* stderrBuffer = std::cerr.rdbuf(diagnostics.rdbuf());
   AgentView wanted = AgentView::ofFiles(files_, "run", findings);
+  std::cerr.rdbuf(stderrBuffer);
+  std::cerr << diagnostics.str();
+  std::ostringstream outcome;
   if (findings.unreadableFile || findings.errors) {
+    std::string first = diagnostics.str().substr(0, diagnostics.str().find('\n'));
     std::cerr << "agentenv run: reload: the files have errors; nothing changed" << std::endl;
-    return;
+    outcome << "refused: the files have errors; nothing changed" << (first.empty() ? "" : ": " + first);
+    return outcome.str();
   }
   auto plan = planChanges(configs, &statuses, *wanted.configs);
   applyPlan(configs, *wanted.configs, plan);
   std::array<unsigned, 5> count{};
   for (EntryChange const& change : plan) ++count[change.kind];
-  std::cerr << "agentenv run: reload: " << count[EntryChange::added] << " added, " << count[EntryChange::removed]
-            << " removed, " << count[EntryChange::updated] << " updated, " << count[EntryChange::refused]
-            << " refused, " << count[EntryChange::unchanged] << " unchanged" << std::endl;
+  outcome << count[EntryChange::added] << " added, " << count[EntryChange::removed] << " removed, "
+          << count[EntryChange::updated] << " updated, " << count[EntryChange::refused] << " refused, "
+          << count[EntryChange::unchanged] << " unchanged";
+  std::cerr << "agentenv run: reload: " << outcome.str() << std::endl;
+  return "applied: " + outcome.str();
 }
 
 CLI::App* RunCommand::addTo(CLI::App& app) {
@@ -99,6 +123,16 @@ int RunCommand::run() {
   control_.agentName = agentName_;
   bool stop = false;
   StopSignals signals(stop);
+  // SIGHUP is handled from before the agent can be found: one that comes
+  // while the files are first read is applied once they are.
+  bool started = false, reloadWanted = false;
+  std::function<void()> reloadNow;
+  SignalWatch reloads({SIGHUP}, [&](int) {
+    if (started)
+      reloadNow();
+    else
+      reloadWanted = true;
+  });
   ControlPoint controlPoint(control_);  // there before the first entry acts
   Ptr<Dir> home = AgentEnv::dir();
   Ptr<AgentEnvConfigDir> configs = AgentEnv::agentEnvConfigDir();
@@ -115,7 +149,9 @@ int RunCommand::run() {
   auto activities = ActivityFacility::activityManagerConfig();
   auto monitor = agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs);
 
-  SignalWatch reloads({SIGHUP}, [&](int) { reload(*configs, *statuses); });
+  reloadNow = [&] { controlPoint.host().reloadDone(String8(reload(*configs, *statuses))); };
+  started = true;
+  if (reloadWanted) reloadNow();
   ActivityFacility::loop().runUntil([&] { return stop || (untilSettled_ && settled(*statuses)); },
                                     ActivityLoop::kMaxDelaySeconds);
   auto wrapper = ptr_cast<AgentEnvDirSmWrapper>(home->entityRef("AgentEnvDirSm"));

@@ -11,6 +11,8 @@
 // of every entry. Exit status: kExitOk when every entry is initialized,
 // kExitProblems otherwise, kExitUsage for bad arguments and unreadable files.
 
+#include <string>
+
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvStatusDir.h"
 #include "ConfigReading.h"
@@ -25,8 +27,9 @@ class RunCommand : public Subcommand {
   int run() override;
 
  private:
-  // Reads the files again and applies the changes (ConfigPlan.h).
-  void reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses);
+  // Reads the files again and applies the changes (ConfigPlan.h); returns
+  // the outcome, "applied: ..." or "refused: ...".
+  std::string reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses);
 
   ConfigFiles files_;
   ControlSocket control_;

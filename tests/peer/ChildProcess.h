@@ -74,6 +74,9 @@ class ChildProcess {
   void signal(int number) {
     if (pid_ > 0) ::kill(pid_, number);
   }
+  pid_t pid() const { return pid_; }
+  // Whether the child is still running (not ended, not waited for).
+  bool running() const { return pid_ > 0 && ::waitpid(pid_, nullptr, WNOHANG) == 0; }
   // Waits for the child to end; its exit status, or 128 + the signal.
   int wait() {
     if (pid_ <= 0) return status_;

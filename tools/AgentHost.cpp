@@ -1,0 +1,35 @@
+#include "AgentHost.h"
+
+#include "Zet/TypeMap.h"
+
+namespace Zet::Tool {
+
+Ptr<Entity> agentHostFactory(Name const& name, Entity* parent) { return Ptr<Entity>(new AgentHost(name, parent)); }
+
+// The outcome first: a watcher of the count finds the text of that reload.
+void AgentHost::reloadDone(String8 const& outcome) {
+  lastReloadIs(outcome);
+  reloadsIs(reloads_ + 1);
+}
+
+namespace {
+
+using H = AgentHost;
+TypeDescriptor const descriptor{
+    "Zet::AgentHost",
+    agentHostFactory,
+    {
+        {0x102, "pid", readAs<&H::pid>, writeAs<&H::pidIs>},
+        {0x103, "reloads", readAs<&H::reloads>, writeAs<&H::reloadsIs>},
+        {0x104, "lastReload", readAs<&H::lastReload>, writeAs<&H::lastReloadIs>},
+    },
+    {},
+};
+ZET_REGISTER_TYPE(descriptor);
+
+}  // namespace
+
+TypeDescriptor const& AgentHost::type() { return descriptor; }
+TypeDescriptor const& AgentHost::fwkType() const { return descriptor; }
+
+}  // namespace Zet::Tool
