@@ -76,8 +76,12 @@ TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   ChildProcess json({AGENTENV_COMMAND, "status", "--control", demo.control, "--json", "workspace"});
   EXPECT_EQ(json.wait(), 0);
   EXPECT_EQ(json.restOfOut(),
-            "{\"code\":\"none\",\"currentSource\":\"\",\"entry\":\"workspace\",\"group\":\"initialized\","
+            "{\"code\":\"\",\"currentSource\":\"\",\"entry\":\"workspace\",\"group\":\"initialized\","
             "\"message\":\"\",\"mode\":\"instantiate\",\"reason\":\"\",\"status\":\"initialized\"}\n");
+  // An entry the agent does not have is named, and fails the command.
+  ChildProcess unknown({AGENTENV_COMMAND, "status", "--control", demo.control, "workspace", "wrokspace"});
+  EXPECT_EQ(unknown.wait(), 1);
+  EXPECT_EQ(unknown.restOfErr(), "agentenv status: no entry named 'wrokspace'\n");
   ChildProcess watching({AGENTENV_COMMAND, "status", "--control", demo.control, "--watch", "board"});
   ASSERT_NE(watching.outLine(startsWith("board ")), "");
 

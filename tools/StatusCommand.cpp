@@ -28,7 +28,7 @@ void printJson(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& confi
                        {"mode", modeFromConfig(config.ptr())},
                        {"status", stringValue(s->individualStatus()).str()},
                        {"group", stringValue(s->groupStatus()).str()},
-                       {"code", stringValue(s->statusCode()).str()},
+                       {"code", showsReason(*s) ? stringValue(s->statusCode()).str() : ""},
                        {"message", showsReason(*s) ? AgentEnv::statusMessage(s, config).str() : ""},
                        {"reason", s->reason().str()},
                        {"currentSource", s->currentSource().text().str()}};
@@ -53,8 +53,8 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
   status->add_flag("--watch", watch_, "then print each change until interrupted");
   status->add_option("ENTRY", entries_, "only these entries")->type_name("");
   status->footer(
-      "Exit status: 0 every entry shown initialized, 1 otherwise, 2 bad arguments or no\n"
-      "agent at the control socket.");
+      "Exit status: 0 every entry shown initialized, 1 otherwise (or an ENTRY the agent\n"
+      "does not have), 2 bad arguments or no agent at the control socket.");
   return status;
 }
 
@@ -62,6 +62,12 @@ int StatusCommand::run() {
   AgentView view = AgentView::ofAgent(control_);
   auto const& statuses = view.statuses;
   auto const& configs = view.configs;
+  bool unknown = false;
+  for (std::string const& entry : entries_)
+    if (!statuses->agentEnvStatus(Name(String8(entry)))) {
+      std::cerr << "agentenv status: no entry named '" << entry << "'" << std::endl;
+      unknown = true;
+    }
   if (json_)
     printJson(*statuses, *configs, entries_, std::cout);
   else
@@ -78,7 +84,7 @@ int StatusCommand::run() {
     if ((entries_.empty() || std::find(entries_.begin(), entries_.end(), member.key().view()) != entries_.end()) &&
         member.value()->individualStatus() != AgentEnvStatus::initialized)
       return kExitProblems;
-  return kExitOk;
+  return unknown ? kExitProblems : kExitOk;
 }
 
 }  // namespace Zet::Tool
