@@ -174,6 +174,7 @@ TEST_F(AgentenvCheck, BadArgumentsGetOneLineAndStatusTwo) {
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
     EXPECT_EQ(r.err.rfind("agentenv: ", 0), 0u) << r.err;
   }
+  EXPECT_EQ(agentenv({"chek", "ok.conf"}).err, "agentenv: 'chek' is not a subcommand; did you mean 'check'?\n");
 }
 
 TEST_F(AgentenvCheck, HelpAndVersion) {

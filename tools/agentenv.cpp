@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "AgentEnv/AgentEnvVersion.h"
@@ -39,6 +41,32 @@ void printUsage(std::ostream& out, std::vector<Listed> const& commands) {
   out << "\nRun 'agentenv SUBCOMMAND --help' for the subcommand's arguments.\n";
 }
 
+// The number of one-letter edits that turn a into b.
+size_t editDistance(std::string const& a, std::string const& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j)
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])}));
+  }
+  return row[b.size()];
+}
+
+// A first word that names no subcommand is said to be one, with the nearest.
+void checkSubcommand(std::string const& word, std::vector<Listed> const& commands) {
+  if (word.empty() || word[0] == '-') return;
+  std::string nearest;
+  size_t best = std::string::npos;
+  for (auto const& c : commands) {
+    if (c.app->get_name() == word) return;
+    if (size_t d = editDistance(word, c.app->get_name()); d < best) best = d, nearest = c.app->get_name();
+  }
+  std::string hint = best <= 2 ? "; did you mean '" + nearest + "'?" : " (see agentenv --help)";
+  throw UsageError("'" + word + "' is not a subcommand" + hint);
+}
+
 int run(int argc, char** argv) {
   CLI::App app("agentenv", "agentenv");
   app.set_help_flag();  // the top level prints its own usage
@@ -52,6 +80,7 @@ int run(int argc, char** argv) {
     CLI::App* sub = command->addTo(app);
     commands.push_back({std::move(command), sub});
   }
+  if (argc > 1) checkSubcommand(argv[1], commands);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
