@@ -1,8 +1,10 @@
 #include "ConfigReading.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <iostream>
 
+#include "AgentEnv/ConfigFileSearch.h"
 #include "Subcommand.h"
 
 namespace Zet::Tool {
@@ -37,6 +39,21 @@ void readFile(ConfigFileParser& parser, String8 const& file, Findings& findings,
   } while (!parser.configFile().empty());
 }
 
+// The folders of the files given go to the end of the search path (after
+// AGENTENV_CONFIGS or its default), so that a file and what it includes can
+// be named from anywhere. The lookup itself stays the library's.
+void searchBesideTheFiles(ConfigFiles const& given) {
+  static std::string const searched = configSearchPath().str();
+  std::string path = searched;
+  for (std::string const& file : given.files) {
+    size_t slash = file.rfind('/');
+    if (slash == std::string::npos) continue;  // beside the working directory, looked in first anyway
+    std::string folder = slash == 0 ? "/" : file.substr(0, slash);
+    if (((":" + path + ":").find(":" + folder + ":")) == std::string::npos) path += ":" + folder;
+  }
+  ::setenv("AGENTENV_CONFIGS", path.c_str(), 1);
+}
+
 }  // namespace
 
 void ConfigFiles::addTo(CLI::App& subcommand) {
@@ -63,6 +80,7 @@ SubstitutionsCollection ConfigFiles::substitutions() const {
 
 Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who) {
   parser.substitutionsIs(given.substitutions());
+  searchBesideTheFiles(given);
   Findings findings;
   for (std::string const& file : given.files) readFile(parser, String8(file), findings, who);
   return findings;
