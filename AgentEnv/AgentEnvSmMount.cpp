@@ -121,10 +121,10 @@ void AgentEnvSm::followMount(Ptr<MountStatus const> const& ms, Ptr<Entity> const
   switch (ms ? ms->state() : MountStatus::notMounted) {
     case MountStatus::failed:
       SM_TRACE(0) << ": Fail: Mount failure";
-      return outcomeIs(code, AgentEnvStatus::fail);
+      return outcomeIs(code, AgentEnvStatus::fail, ms->reason());
     case MountStatus::error:
       SM_TRACE(0) << ": Error: Mount error";
-      return outcomeIs(code, AgentEnvStatus::error);
+      return outcomeIs(code, AgentEnvStatus::error, ms->reason());
     case MountStatus::complete:
       return outcomeIs(code, AgentEnvStatus::initialized);
     case MountStatus::inProgress:

@@ -68,6 +68,7 @@ class AgentEnvSm::MountStatusReactor : public AgentEnvSmReactor<MountStatus::Not
   void onState() override { changed(kState); }
   void onCode() override { changed(kState); }
   void onMountedEntity() override { changed(kState); }
+  void onReason() override { changed(kState); }
   void onRound() override { changed(kRound); }
 
  private:

@@ -161,6 +161,7 @@ void Mount::attempt() {
   // failure, not a failure each pause. Last: a watcher of the status may
   // end the mount, which undoes the above.
   if (status_->state() == MountStatus::failed) return;
+  status_->reasonIs(String8());
   status_->codeIs(MountStatus::ok);
   status_->stateIs(MountStatus::inProgress);
 }
@@ -211,6 +212,7 @@ void Mount::snapshotDone() {
   retryDelay_ = kFirstRetryDelay;
   status_->mountedEntityIs(mirror_.root());
   status_->roundIs(std::max(roundAsked_, status_->round()));
+  status_->reasonIs(String8());
   status_->codeIs(MountStatus::ok);
   status_->stateIs(MountStatus::complete);
 }
@@ -227,10 +229,11 @@ void Mount::leaveMirror() {
   status_->mountedEntityIs(mirror_.root());
 }
 
-void Mount::endAttemptWith(MountStatus::State state, MountStatus::Code code) {
+void Mount::endAttemptWith(MountStatus::State state, MountStatus::Code code, String8 const& reason) {
   cancelTimers();
   endAttempt();
   leaveMirror();
+  status_->reasonIs(reason);
   status_->codeIs(code);
   status_->stateIs(state);
 }
@@ -238,7 +241,7 @@ void Mount::endAttemptWith(MountStatus::State state, MountStatus::Code code) {
 void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceElsewhere) {
   if (stopped_) return;
   ZET_TRACE_AT("MountFacility", 1) << config_->name() << ": failed: " << reason;
-  endAttemptWith(MountStatus::failed, code);
+  endAttemptWith(MountStatus::failed, code, reason);
   if (stopped_) return;  // a watcher of the status ended the mount
   if (trySourceElsewhere && !source(1).isEmpty()) sourceIndex_ ^= 1;
   double delay = retryDelay_;
@@ -254,7 +257,7 @@ void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceEl
 void Mount::error(MountStatus::Code code, String8 const& reason) {
   if (stopped_) return;
   ZET_TRACE_AT("MountFacility", 0) << config_->name() << ": error: " << reason;
-  endAttemptWith(MountStatus::error, code);
+  endAttemptWith(MountStatus::error, code, reason);
 }
 
 }  // namespace Zet

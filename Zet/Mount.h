@@ -71,7 +71,7 @@ class Mount : private MountConfig::NotifieeConst, private MountLink::Subscriber 
   void fail(MountStatus::Code code, String8 const& reason, bool trySourceElsewhere);
   void error(MountStatus::Code code, String8 const& reason);
   void endAttempt();
-  void endAttemptWith(MountStatus::State state, MountStatus::Code code);
+  void endAttemptWith(MountStatus::State state, MountStatus::Code code, String8 const& reason);
   void leaveMirror();
   void unmount();
   void cancelTimers();

@@ -22,6 +22,7 @@ TypeDescriptor const descriptor{
         {0x104, "round", readAs<&S::round>, writeAs<&S::roundIs>},
         {0x105, "currentSource", readAs<&S::currentSource>, writeAs<&S::currentSourceIs>},
         {0x106, "mountedEntity", readAs<&S::mountedEntity>, nullptr},
+        {0x107, "reason", readAs<&S::reason>, writeAs<&S::reasonIs>},
     },
     {},
 };

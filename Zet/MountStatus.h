@@ -49,6 +49,7 @@ class MountStatus : public Entity {
     virtual void onRound() {}
     virtual void onCurrentSource() {}
     virtual void onMountedEntity() {}
+    virtual void onReason() {}
   };
 
   State state() const { return state_; }
@@ -61,6 +62,11 @@ class MountStatus : public Entity {
   void currentSourceIs(EntityUri const& v) { attributeIs(currentSource_, v, &NotifieeConst::onCurrentSource); }
   Ptr<Entity> const& mountedEntity() const { return mountedEntity_; }
   void mountedEntityIs(Ptr<Entity> const& v) { attributeIs(mountedEntity_, v, &NotifieeConst::onMountedEntity); }
+  // Why the mount is failed or in error, in words ("cannot connect to
+  // domain socket '/run/a.sock': No such file or directory"); empty
+  // otherwise. Written before the state it explains.
+  String8 const& reason() const { return reason_; }
+  void reasonIs(String8 const& v) { attributeIs(reason_, v, &NotifieeConst::onReason); }
 
   TypeDescriptor const& fwkType() const override;
   static TypeDescriptor const& type();
@@ -77,6 +83,7 @@ class MountStatus : public Entity {
   uint64_t round_ = 0;
   EntityUri currentSource_;
   Ptr<Entity> mountedEntity_;
+  String8 reason_;
 };
 
 // A new status of that name in `parent` (which may be null).

@@ -181,6 +181,14 @@ TEST_F(AgentEnvMountTest, ARealMountFromAnotherProcess) {
   peer.kill();
   ASSERT_TRUE(ActivityFacility::loop().runUntil([&] { return individual("load") == St::fail; }, 10));
   EXPECT_EQ(code("load"), St::disconnected);
+  EXPECT_NE(status("load")->reason().view().find("127.0.0.1 port " + std::to_string(port)), std::string::npos)
+      << status("load")->reason();
+
+  // Each cause of a failed mount reaches the entry in words.
+  entry("nowhere", {.source0 = "unix://%2Fnonexistent%2Fs.sock/x", .target = path("remote/nowhere")});
+  ASSERT_TRUE(ActivityFacility::loop().runUntil([&] { return individual("nowhere") == St::fail; }, 10));
+  EXPECT_EQ(status("nowhere")->reason(),
+            "cannot connect to domain socket '/nonexistent/s.sock': No such file or directory");
 }
 
 TEST_F(AgentEnvMountTest, StatusAndConfigDirectoriesAreMountedMemberByMember) {
