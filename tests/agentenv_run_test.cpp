@@ -323,6 +323,15 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
 
   ChildProcess missing(run({"--until-settled", "/nonexistent/agent.conf"}));
   EXPECT_EQ(missing.wait(), 2);
+  // Files with errors start nothing, not even the entries read before them.
+  std::string broken = demo.dir + "/broken.conf";
+  std::ofstream(broken) << "exp { source0 = \"*\"; target = \"" << demo.dir << "/exp.sock\"; dependency = \"\"; }\n"
+                        << "bad { typeName = \"Zet::Dir\"\n target = \"/p\"; }\n";
+  ChildProcess refused(run({"--until-settled", "--control", "unix:" + demo.dir + "/r.sock", broken}));
+  EXPECT_EQ(refused.wait(), 2);
+  EXPECT_EQ(refused.restOfErr(), broken + ":2: error: missing semi-colon\n"
+                                 "agentenv run: the files have errors; nothing was started\n");
+  EXPECT_NE(::access((demo.dir + "/exp.sock").c_str(), F_OK), 0);
   ChildProcess bad(run({"--until-settled", "--frobnicate", kExamples + "/cycle.conf"}));
   EXPECT_EQ(bad.wait(), 2);
   ChildProcess nobody({AGENTENV_COMMAND, "status", "--control", "unix:" + demo.dir + "/nobody.sock"});

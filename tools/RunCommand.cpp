@@ -112,8 +112,8 @@ CLI::App* RunCommand::addTo(CLI::App& app) {
   run->add_flag("--until-settled", untilSettled_, "stop once no entry can change without outside help");
   run->add_flag("--watch", watch_, "print a line for each change of an entry's status");
   run->footer(
-      "Exit status: 0 every entry initialized, 1 otherwise, 2 bad arguments or a file\n"
-      "that could not be found or read.");
+      "Exit status: 0 every entry initialized, 1 otherwise, 2 bad arguments, a file that\n"
+      "could not be found or read, or files with errors (nothing is started).");
   return run;
 }
 
@@ -140,9 +140,16 @@ int RunCommand::run() {
   std::unique_ptr<StatusWatch> watch;
   if (watch_) watch = std::make_unique<StatusWatch>(statuses, configs, std::cout);
 
-  Ptr<ConfigFileParser> parser = configFileParserFactory(configs);
-  Findings findings = readConfigFiles(*parser, files_, "run");
+  // The files are read apart and applied only when they are clean, as a
+  // reload does: an agent never starts on half a configuration.
+  Findings findings;
+  AgentView wanted = AgentView::ofFiles(files_, "run", findings);
   if (findings.unreadableFile) return kExitUsage;
+  if (findings.errors) {
+    std::cerr << "agentenv run: the files have errors; nothing was started" << std::endl;
+    return kExitUsage;
+  }
+  applyPlan(*configs, *wanted.configs, planChanges(*configs, statuses.ptr(), *wanted.configs));
   // The monitor starts once the entries have reacted to one another: an
   // entry naming one that a later file brings is not reported in between.
   ActivityFacility::loop().runUntilIdle();
