@@ -3,14 +3,20 @@
 // table and the exit status.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/peer/ChildProcess.h"
 #include "tests/peer/Loopback.h"
+#include "Zet/Socket.h"
 
 namespace {
 
@@ -250,6 +256,33 @@ TEST(AgentenvRun, ASighupWhileTheFilesAreFirstReadIsAppliedOnceTheyAre) {
   agent.signal(SIGTERM);
   agent.restOfOut();  // the table of 20,000 rows
   EXPECT_EQ(agent.wait(), 0);
+}
+
+TEST(AgentenvRun, AServiceManagerHearsReadyReloadingAndStopping) {
+  Demo demo;
+  std::string conf = demo.dir + "/agent.conf", notify = demo.dir + "/notify";
+  std::ofstream(conf) << "one { typeName = \"Zet::Dir\"; target = \"/p/one\"; dependency = \"\"; }\n"
+                      << "two { typeName = \"No::Such\"; target = \"/p/two\"; dependency = \"\"; }\n";
+  Zet::SocketFd manager(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::strcpy(addr.sun_path, notify.c_str());
+  ASSERT_EQ(::bind(manager.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  auto heard = [&] {
+    pollfd p{manager.get(), POLLIN, 0};
+    char buffer[512];
+    if (::poll(&p, 1, 10000) != 1) return std::string("nothing");
+    ssize_t n = ::recv(manager.get(), buffer, sizeof buffer, 0);
+    return std::string(buffer, size_t(std::max<ssize_t>(n, 0)));
+  };
+  ChildProcess agent(run({"--control", "unix:" + demo.dir + "/ctl.sock", conf}), {"NOTIFY_SOCKET=" + notify});
+  EXPECT_EQ(heard(), "READY=1\nSTATUS=1 initialized, 1 error");
+  agent.signal(SIGHUP);
+  EXPECT_EQ(heard(), "RELOADING=1");
+  EXPECT_EQ(heard(), "READY=1\nSTATUS=1 initialized, 1 error");
+  agent.signal(SIGTERM);
+  EXPECT_EQ(heard(), "STOPPING=1");
+  agent.wait();
 }
 
 TEST(AgentenvRun, AReloadThatReplacesAnEntryAtItsTargetAndRollsBackLeavesBothWorking) {

@@ -14,6 +14,7 @@
 #include "AgentView.h"
 #include "ConfigPlan.h"
 #include "Help.h"
+#include "ServiceNotifier.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
 #include "SignalWatch.h"
@@ -156,11 +157,25 @@ int RunCommand::run() {
   auto activities = ActivityFacility::activityManagerConfig();
   auto monitor = agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs);
 
-  reloadNow = [&] { controlPoint.host().reloadDone(String8(reload(*configs, *statuses))); };
+  ServiceNotifier manager;
+  reloadNow = [&] {
+    manager.reloading();
+    controlPoint.host().reloadDone(String8(reload(*configs, *statuses)));
+    manager.ready(*statuses);
+  };
   started = true;
   if (reloadWanted) reloadNow();
-  ActivityFacility::loop().runUntil([&] { return stop || (untilSettled_ && settled(*statuses)); },
-                                    ActivityLoop::kMaxDelaySeconds);
+  // Ready, for a service manager, at the point --until-settled stops.
+  bool ready = false;
+  ActivityFacility::loop().runUntil(
+      [&] {
+        bool now = (!ready || untilSettled_) && settled(*statuses);
+        if (now && !ready) manager.ready(*statuses);
+        ready = ready || now;
+        return stop || (untilSettled_ && now);
+      },
+      ActivityLoop::kMaxDelaySeconds);
+  manager.stopping();
   auto wrapper = ptr_cast<AgentEnvDirSmWrapper>(home->entityRef("AgentEnvDirSm"));
   printStatusTable(*statuses, *configs, [&](Name const& name) {
     Ptr<AgentEnvSm> sm = wrapper && wrapper->adsm() ? wrapper->adsm()->agentEnvSm(name) : nullptr;
