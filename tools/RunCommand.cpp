@@ -66,6 +66,18 @@ class ControlPoint {
   Ptr<AgentHost> host_;
 };
 
+// Diagnostics written to standard error go to `into` for the scope.
+class DiagnosticsCapture {
+ public:
+  explicit DiagnosticsCapture(std::ostream& into) : previous_(std::cerr.rdbuf(into.rdbuf())) {}
+  ~DiagnosticsCapture() { std::cerr.rdbuf(previous_); }
+  DiagnosticsCapture(DiagnosticsCapture const&) = delete;
+  DiagnosticsCapture& operator=(DiagnosticsCapture const&) = delete;
+
+ private:
+  std::streambuf* previous_;
+};
+
 }  // namespace
 
 // The outcome goes to standard error and to the host's record, where
@@ -74,9 +86,10 @@ class ControlPoint {
 std::string RunCommand::reload(AgentEnvConfigDir& configs, AgentEnvStatusDir const& statuses) {
   Findings findings;
   std::ostringstream diagnostics;
-  std::streambuf* stderrBuffer = std::cerr.rdbuf(diagnostics.rdbuf());
-  AgentView wanted = AgentView::ofFiles(files_, "run", findings);
-  std::cerr.rdbuf(stderrBuffer);
+  AgentView wanted = [&] {
+    DiagnosticsCapture capture(diagnostics);
+    return AgentView::ofFiles(files_, "run", findings);
+  }();
   std::cerr << diagnostics.str();
   std::ostringstream outcome;
   if (findings.unreadableFile || findings.errors) {
