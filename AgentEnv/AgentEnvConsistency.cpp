@@ -1,6 +1,5 @@
 #include "AgentEnv/AgentEnvConsistency.h"
 
-#include "AgentEnv/AgentEnvSm.h"
 
 namespace Zet {
 namespace {
@@ -12,9 +11,6 @@ std::string_view lastName(EntityUri const& uri) {
   EntityUriPath const& path = uri.entityPath();
   return path.names() ? path.nameText(path.names() - 1) : std::string_view();
 }
-
-// Whether a source names a remote entity to mount (neither empty nor "*").
-bool isMountSource(EntityUri const& uri) { return !uri.isEmpty() && !uri.isExport(); }
 
 // Whether `ancestor` is a proper ancestor path of `path`.
 bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
@@ -37,15 +33,12 @@ std::optional<ConsistencyRefusal> consistencyRefusal(ConsistencyCase const& c) {
   EntityUri const& source0 = c.config.source0();
   EntityUri const& source1 = c.config.source1();
   Ptr<AgentEnvConfig> const& aggregate = c.config.aggConfig();
-  if (c.mode != AgentEnvSm::init) {
-    unsigned wanted = c.rootSource0.isExport() ? AgentEnvSm::exp
-                      : c.rootSource0.isEmpty() ? AgentEnvSm::instantiate
-                                                : AgentEnvSm::mount;
-    if (wanted != c.mode) return refusal(AgentEnvStatus::switchedModes, ": Unsupported: Tried to switch modes");
+  if (c.mode != AgentEnvMode::init) {
+    if (modeOfSource(c.rootSource0) != c.mode) return refusal(AgentEnvStatus::switchedModes, ": Unsupported: Tried to switch modes");
     if (isAncestorPath(c.target, c.inEffect))
       return refusal(AgentEnvStatus::grandparent, ": Unsupported: Tried to create grandparent");
   }
-  if (c.mode == AgentEnvSm::mount && isMountSource(c.realisedSource0) && !(source0 == c.realisedSource0) &&
+  if (c.mode == AgentEnvMode::mount && isMountSource(c.realisedSource0) && !(source0 == c.realisedSource0) &&
       lastName(source0) != lastName(c.realisedSource0))
     return refusal(AgentEnvStatus::sourceNameMismatch, ": Unsupported: Last component of path in new source0 is " +
                                                            quoted(lastName(source0)) +

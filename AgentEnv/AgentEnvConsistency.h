@@ -8,6 +8,7 @@
 #include <string>
 
 #include "AgentEnv/AgentEnvConfig.h"
+#include "AgentEnv/AgentEnvMode.h"
 #include "AgentEnv/AgentEnvStatus.h"
 
 namespace Zet {
@@ -18,7 +19,7 @@ struct ConsistencyRefusal {
 };
 
 struct ConsistencyCase {
-  unsigned mode;                 // AgentEnvSm::Mode the entry is in (init: nothing realised yet)
+  AgentEnvMode mode;             // the mode the entry is in (init: nothing realised yet)
   AgentEnvConfig const& config;  // the config as it now stands
   EntityUri const& rootSource0;  // source0 of the config's root (itself, or its aggregate)
   EntityUri const& realisedSource0;  // the source0 the entry was realised from (empty when none)

@@ -283,7 +283,7 @@ EntityUri AgentEnvSm::sourceNameUri() const {
   Ptr<AgentEnvConfig const> root = rootConfig();
   if (!root) return EntityUri();
   EntityUri const& source = root->source0();
-  if (root == config_ || source.isEmpty() || source.isExport() || config_->pathSuffix().isEmpty()) return source;
+  if (root == config_ || !isMountSource(source) || config_->pathSuffix().isEmpty()) return source;
   return source.below(config_->pathSuffix().entityPath());
 }
 

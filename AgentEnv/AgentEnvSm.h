@@ -24,6 +24,7 @@
 #include <string_view>
 
 #include "AgentEnv/AgentEnvConfig.h"
+#include "AgentEnv/AgentEnvMode.h"
 #include "AgentEnv/AgentEnvStatus.h"
 #include "Zet/Activity.h"
 #include "Zet/Dir.h"
@@ -39,7 +40,8 @@ class AgentEnvDirSm;
 class AgentEnvSm : public Entity, public Reactor {
  public:
   // How the entry is realised; decided by its first attempt.
-  enum Mode : unsigned { init, instantiate, mount, exp };
+  using Mode = AgentEnvMode;
+  using enum AgentEnvMode;
   // Whether the config as it stands can be applied to what is realised.
   enum Consistency : unsigned { consistent, inconsistent };
   // The status sets of an aggregate's state machine, one per Status value.
@@ -350,12 +352,6 @@ class AgentEnvSm : public Entity, public Reactor {
   Mode mode_ = init;
   Consistency consistency_ = consistent;
   bool notificationActive_ = true;
-};
-
-template <>
-struct EnumTexts<AgentEnvSm::Mode> {
-  static constexpr std::string_view typeName = "AgentEnvSm::Mode";
-  static constexpr std::array<std::string_view, 4> texts = {"init", "instantiate", "mount", "exp"};
 };
 
 template <>

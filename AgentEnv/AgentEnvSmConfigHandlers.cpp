@@ -7,13 +7,6 @@
 #include "AgentEnv/AgentEnvSmTrace.h"
 
 namespace Zet {
-namespace {
-
-// Whether a source names a remote entity to mount (neither empty nor "*").
-bool isMountSource(EntityUri const& uri) { return !uri.isEmpty() && !uri.isExport(); }
-
-}  // namespace
-
 void AgentEnvSm::outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s, String8 const& reason) {
   if (!status_) return;
   status_->reasonIs(reason);

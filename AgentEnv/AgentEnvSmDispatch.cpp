@@ -27,14 +27,15 @@ bool AgentEnvSm::doActionIfReady() {
     AgentEnvSm* root = rootSm();
     if (!root || !root->dependencyReady()) return false;
   }
-  if (rootConfig()->source0().isExport()) return doExportAttemptOrReport();
+  AgentEnvMode asked = modeAskedFor(*config_);
+  if (asked == exp) return doExportAttemptOrReport();
   EntityUriPath target = configTarget();
   if (!target.isEmpty() && !target.isAbsolute()) {
     SM_TRACE(0) << ": Error: Target is not absolute:" << inQuotes(target);
     outcomeIs(AgentEnvStatus::targetPathNotAbsolute, AgentEnvStatus::error);
     return false;
   }
-  if (rootConfig()->source0().isEmpty()) {
+  if (asked == instantiate) {
     if (localInstantiationSuppressed()) return false;
     doInstantiationAttempt();
     return status_ && status_->individualStatus() == AgentEnvStatus::initialized;

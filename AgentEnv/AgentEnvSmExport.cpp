@@ -7,8 +7,8 @@
 // endpoint that comes free is taken without outside help.
 
 #include <algorithm>
-#include <cstdlib>
 
+#include "AgentEnv/AgentEnvMode.h"
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmReactors.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
@@ -36,9 +36,7 @@ bool AgentEnvSm::doExportAttemptOrReport() {
   // Listening: the endpoint is watched from now on, the pause starts afresh.
   Exporting& e = exporting();
   auto connections = NboAttrLog::connectionDir();
-  bool domain = connections->listenDomainSock() == config_->target().text();
-  e.port = domain ? 0 : connections->listenPort();
-  e.socketPath = domain ? connections->listenDomainSock() : String8();
+  e.listening = exportEndpoint(config_->target().text());
   e.delay = Exporting::kFirstDelay;
   e.replaced = false;
   if (!e.endpoint) {
@@ -52,16 +50,17 @@ void AgentEnvSm::handleExportEndpoint() {
   if (!exporting_ || !exporting_->endpoint || consistency_ == inconsistent || mode_ != exp || !status_) return;
   auto connections = NboAttrLog::connectionDir();
   Exporting& e = *exporting_;
-  String8 now = e.port ? format("TCP port %u", unsigned(connections->listenPort()))
-                       : format("domain socket '%s'", connections->listenDomainSock().charPtr());
-  bool ours = e.port ? connections->listenPort() == e.port : connections->listenDomainSock() == e.socketPath;
-  if (ours == !e.replaced) return;
-  e.replaced = !ours;
-  if (ours) return status_->individualStatusIs(AgentEnvStatus::initialized);
-  SM_TRACE(0) << ": Error: Export replaced: the process now listens on " << now;
+  ExportEndpoint const& ours = e.listening;
+  ExportEndpoint now = ours.isPort() ? ExportEndpoint{connections->listenPort(), {}}
+                                     : ExportEndpoint{0, connections->listenDomainSock()};
+  bool held = ours.isPort() ? now.port == ours.port : now.socketPath == ours.socketPath;
+  if (held == !e.replaced) return;
+  e.replaced = !held;
+  if (held) return status_->individualStatusIs(AgentEnvStatus::initialized);
+  SM_TRACE(0) << ": Error: Export replaced: the process now listens on " << now.text();
   outcomeIs(AgentEnvStatus::none, AgentEnvStatus::error,
             format("replaced by another export: this process listens on one %s only, now %s",
-                   e.port ? "TCP port" : "domain socket", now.charPtr()));
+                   ours.isPort() ? "TCP port" : "domain socket", now.text().charPtr()));
 }
 
 // The retry runs on the loop; the state machine cancels it when it stops.
@@ -82,21 +81,18 @@ bool AgentEnvSm::doExportAttempt() {
   SM_TRACE(2) << ": Do Export Attempt " << inQuotes(config_->target());
   if (mode_ != init && mode_ != exp) return doRefuseSwitchedModes();
   modeIs(exp);
-  String8 const& target = config_->target().text();
-  // Leading decimal digits make a port, cut to 16 bits; anything else is a
-  // socket path (even "0": port 0 would listen nowhere).
-  auto port = static_cast<unsigned short>(std::strtol(target.charPtr(), nullptr, 10));
+  ExportEndpoint endpoint = exportEndpoint(config_->target().text());
   Ptr<NboAttrLog::ConnectionDir> connections = NboAttrLog::connectionDir();
-  if (connections->listenPort() != 0 && port == 65535) return false;
-  if (port == 0) {
-    if (target.isEmpty()) return false;
-    SM_TRACE(2) << ": Exporting on domain socket " << target;
-    connections->listenDomainSockIs(target);
-    SM_TRACE(2) << ": Exported on domain socket " << target;
+  if (connections->listenPort() != 0 && endpoint.port == 65535) return false;
+  if (endpoint.isNowhere()) return false;
+  if (!endpoint.isPort()) {
+    SM_TRACE(2) << ": Exporting on domain socket " << endpoint.socketPath;
+    connections->listenDomainSockIs(endpoint.socketPath);
+    SM_TRACE(2) << ": Exported on domain socket " << endpoint.socketPath;
   } else {
-    SM_TRACE(2) << ": Exporting on port " << port;
-    connections->listenPortIs(port);
-    SM_TRACE(2) << ": Exported on port " << port;
+    SM_TRACE(2) << ": Exporting on port " << endpoint.port;
+    connections->listenPortIs(endpoint.port);
+    SM_TRACE(2) << ": Exported on port " << endpoint.port;
   }
   status_->currentSourceIs(config_->source0());
   status_->individualStatusIs(AgentEnvStatus::initialized);

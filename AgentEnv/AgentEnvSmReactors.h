@@ -121,8 +121,7 @@ struct AgentEnvSm::Exporting {
   }
 
   std::unique_ptr<EndpointReactor> endpoint;  // null while not listening
-  unsigned short port = 0;                    // what this entry listens on
-  String8 socketPath;
+  ExportEndpoint listening;                   // what this entry listens on
   bool replaced = false;  // another export has taken the endpoint
   ActivityLoop::TimerId timer = 0;
   double delay = kFirstDelay;

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,18 @@ std::vector<std::string> run(std::vector<std::string> arguments) {
 
 auto startsWith(std::string prefix) {
   return [prefix](std::string const& line) { return line.rfind(prefix, 0) == 0; };
+}
+
+// The row of a table that starts with `entry`, its blanks squeezed.
+std::string row(std::string const& table, std::string const& entry) {
+  std::istringstream lines(table);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string word, squeezed;
+    while (words >> word) squeezed += (squeezed.empty() ? "" : " ") + word;
+    if (squeezed.rfind(entry + " ", 0) == 0) return squeezed;
+  }
+  return "no row " + entry;
 }
 
 // Whether the agent behind control says, within a few seconds, that nothing
@@ -83,7 +96,8 @@ TEST(AgentenvRun, AMountingAgentFollowsItsExporterAwayAndBackAndToItsBackup) {
   EXPECT_EQ(json.wait(), 0);
   EXPECT_EQ(json.restOfOut(),
             "{\"code\":\"\",\"currentSource\":\"\",\"entry\":\"workspace\",\"group\":\"initialized\","
-            "\"message\":\"\",\"mode\":\"instantiate\",\"reason\":\"\",\"status\":\"initialized\"}\n");
+            "\"listensOn\":\"\",\"message\":\"\",\"mode\":\"instantiate\",\"reason\":\"\",\"status\":\"initialized\","
+            "\"waitingFor\":\"\"}\n");
   // An entry the agent does not have is named, and fails the command.
   ChildProcess unknown({AGENTENV_COMMAND, "status", "--control", demo.control, "workspace", "wrokspace"});
   EXPECT_EQ(unknown.wait(), 1);
@@ -196,7 +210,7 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")), "agentenv run: reload: the files have errors; nothing changed");
 
   agent.signal(SIGTERM);
-  EXPECT_EQ(agent.wait(), 1);  // "bad" is in error
+  EXPECT_EQ(agent.wait(), 0);  // a stop asked for is clean, though "bad" is in error
   std::string table = agent.restOfOut();
   for (auto row : {"\nbase ", "\nfresh ", "\nkeep ", "\nsock "}) EXPECT_NE(table.find(row), std::string::npos) << table;
   EXPECT_EQ(table.find("\ngone "), std::string::npos) << table;
@@ -340,7 +354,7 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   EXPECT_EQ(why.wait(), 1);
   EXPECT_EQ(why.restOfOut(), "overTcp: fail: none: " + portTaken + "\n");
   second.signal(SIGTERM);
-  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.wait(), 0);
   std::string shown = second.restOfOut();
   EXPECT_NE(shown.find("  REASON\n"), std::string::npos) << shown;
   EXPECT_NE(shown.find("  " + portTaken + "\n"), std::string::npos) << shown;
@@ -373,3 +387,42 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
 }
 
 }  // namespace
+
+TEST(AgentenvRun, StatusShowsWhereExportsListenWhatWaitingEntriesWaitForAndWhenTheAgentGoes) {
+  Demo demo;
+  std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
+  std::ofstream(conf) << "bad { typeName = \"No::Such\"; target = \"/p/bad\"; dependency = \"\"; }\n"
+                      << "app { typeName = \"Zet::Dir\"; target = \"/p/app\"; dependency = \"bad\"; }\n"
+                      << "grp { source0 = \"unix://%2Fnowhere/x\"; target = \"/p/grp\"; dependency = \"app\";\n"
+                      << "      m { pathSuffix = \"m\"; } }\n"
+                      << "tcp { source0 = \"*\"; target = \"" << demo.port << "\"; dependency = \"\"; }\n"
+                      << "sock { source0 = \"*\"; target = \"" << demo.socket << "\"; dependency = \"\"; }\n";
+  auto agent = std::make_unique<ChildProcess>(run({"--control", control, conf}));
+  ASSERT_TRUE(answers(control, "tcp"));
+
+  // A member shows the mode its aggregate's config asks for, in every view.
+  ChildProcess table({AGENTENV_COMMAND, "status", "--control", control});
+  EXPECT_EQ(table.wait(), 1);
+  std::string shown = table.restOfOut();
+  EXPECT_EQ(row(shown, "app"), "app instantiate notApplicable notApplicable waiting for 'bad'");
+  EXPECT_EQ(row(shown, "m"), "m mount notApplicable notApplicable waiting for 'app'");
+  EXPECT_EQ(row(shown, "tcp"), "tcp exp initialized initialized port " + std::to_string(demo.port));
+  EXPECT_EQ(row(shown, "sock"), "sock exp initialized initialized socket " + demo.socket);
+  ChildProcess json({AGENTENV_COMMAND, "status", "--control", control, "--json", "app", "sock"});
+  EXPECT_EQ(json.wait(), 1);
+  std::string lines = json.restOfOut();
+  EXPECT_NE(lines.find("\"entry\":\"app\",\"group\":\"notApplicable\",\"listensOn\":\"\","), std::string::npos) << lines;
+  EXPECT_NE(lines.find("\"waitingFor\":\"bad\"}\n"), std::string::npos) << lines;
+  EXPECT_NE(lines.find("\"listensOn\":\"socket " + demo.socket + "\""), std::string::npos) << lines;
+
+  // A watch shows the entries named only, as JSON when asked, and ends when
+  // the agent goes.
+  ChildProcess watching({AGENTENV_COMMAND, "status", "--control", control, "--watch", "--json", "tcp"});
+  std::string first = watching.outLine([](std::string const&) { return true; });
+  EXPECT_EQ(first.rfind("{\"code\":\"\",\"currentSource\":\"*\",\"entry\":\"tcp\",", 0), 0u) << first;
+  agent->kill();
+  EXPECT_EQ(watching.wait(), 2);
+  EXPECT_EQ(watching.restOfOut(), "");
+  EXPECT_EQ(watching.restOfErr(),
+            "agentenv status: the agent at " + demo.dir + "/ctl.sock has gone away (disconnected)\n");
+}

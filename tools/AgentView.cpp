@@ -38,6 +38,7 @@ AgentView AgentView::ofAgent(ControlSocket const& control) {
   AgentView view;
   view.statuses = ptr_cast<AgentEnvStatusDir const>(statuses->mountedEntity());
   view.configs = ptr_cast<AgentEnvConfigDir const>(configs->mountedEntity());
+  view.connection = statuses;
   if (statuses->state() == MountStatus::complete && configs->state() == MountStatus::complete && view.statuses &&
       view.configs)
     return view;

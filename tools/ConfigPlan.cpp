@@ -4,7 +4,7 @@
 #include <map>
 
 #include "AgentEnv/AgentEnvConsistency.h"
-#include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvMode.h"
 
 namespace Zet::Tool {
 namespace {
@@ -34,11 +34,9 @@ std::vector<std::string> differences(AgentEnvConfig const& was, AgentEnvConfig c
 
 // The mode an entry is realised in, as far as its config and status tell:
 // none until it has acted.
-unsigned realisedMode(AgentEnvConfig const& config, AgentEnvStatus const* status) {
-  if (!status || status->individualStatus() == St::notApplicable) return AgentEnvSm::init;
-  AgentEnvConfig const& root = config.aggConfig() ? *config.aggConfig() : config;
-  if (root.source0().isExport()) return AgentEnvSm::exp;
-  return root.source0().isEmpty() ? AgentEnvSm::instantiate : AgentEnvSm::mount;
+AgentEnvMode realisedMode(AgentEnvConfig const& config, AgentEnvStatus const* status) {
+  if (!status || status->individualStatus() == St::notApplicable) return AgentEnvMode::init;
+  return modeAskedFor(config);
 }
 
 }  // namespace
@@ -64,10 +62,9 @@ std::vector<EntryChange> planChanges(AgentEnvConfigDir const& running, AgentEnvS
       continue;
     }
     Ptr<AgentEnvStatus> status = statuses ? statuses->agentEnvStatus(next.name()) : nullptr;
-    unsigned mode = realisedMode(*was, status.ptr());
-    EntityUriPath inEffect = mode == AgentEnvSm::init ? EntityUriPath() : was->target();
-    EntityUri const& rootSource0 = next.aggConfig() ? next.aggConfig()->source0() : next.source0();
-    auto refused = consistencyRefusal({mode, next, rootSource0, was->source0(), next.target(), inEffect});
+    AgentEnvMode mode = realisedMode(*was, status.ptr());
+    EntityUriPath inEffect = mode == AgentEnvMode::init ? EntityUriPath() : was->target();
+    auto refused = consistencyRefusal({mode, next, modeConfig(next).source0(), was->source0(), next.target(), inEffect});
     if (refused)
       plan.push_back({next.name().str(), EntryChange::refused, {stringValue(refused->code).str() + refused->trace}});
     else

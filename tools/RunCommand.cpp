@@ -126,7 +126,8 @@ CLI::App* RunCommand::addTo(CLI::App& app) {
   run->add_flag("--until-settled", untilSettled_, "stop once no entry can change without outside help");
   run->add_flag("--watch", watch_, "print a line for each change of an entry's status");
   run->footer(
-      "Exit status: 0 every entry initialized, 1 otherwise, 2 bad arguments, a file that\n"
+      "Exit status: 0 stopped by SIGINT or SIGTERM, or (--until-settled) every entry\n"
+      "initialized; 1 settled with an entry that is not; 2 bad arguments, a file that\n"
       "could not be found or read, or files with errors (nothing is started).");
   return run;
 }
@@ -148,7 +149,6 @@ int RunCommand::run() {
       reloadWanted = true;
   });
   ControlPoint controlPoint(control_);  // there before the first entry acts
-  Ptr<Dir> home = AgentEnv::dir();
   Ptr<AgentEnvConfigDir> configs = AgentEnv::agentEnvConfigDir();
   Ptr<AgentEnvStatusDir> statuses = AgentEnv::agentEnvStatusDir();
   std::unique_ptr<StatusWatch> watch;
@@ -189,12 +189,12 @@ int RunCommand::run() {
       },
       ActivityLoop::kMaxDelaySeconds);
   manager.stopping();
-  auto wrapper = ptr_cast<AgentEnvDirSmWrapper>(home->entityRef("AgentEnvDirSm"));
-  printStatusTable(*statuses, *configs, [&](Name const& name) {
-    Ptr<AgentEnvSm> sm = wrapper && wrapper->adsm() ? wrapper->adsm()->agentEnvSm(name) : nullptr;
-    return sm ? stringValue(sm->mode()).str() : std::string();
-  }, std::cout);
+  printStatusTable(statusRows(*statuses, *configs), std::cout);
   std::cout.flush();
+  // A stop that was asked for is a clean stop, whatever the entries' state
+  // (the table and the monitor have told it): a service manager counts a
+  // non-zero stop as a failure of the service.
+  if (stop) return kExitOk;
   return allInitialized(*statuses) ? kExitOk : kExitProblems;
 }
 

@@ -8,8 +8,9 @@
 // entry can change any more without outside help. Its control socket
 // (ControlSocket.h) serves its tree to the tools meanwhile, and SIGHUP
 // reloads the files (ConfigPlan.h). Then it prints the table
-// of every entry. Exit status: kExitOk when every entry is initialized,
-// kExitProblems otherwise, kExitUsage for bad arguments and unreadable files.
+// of every entry. Exit status: kExitOk when stopped by a signal or settled
+// with every entry initialized, kExitProblems when settled otherwise,
+// kExitUsage for bad arguments and unreadable files or files with errors.
 
 #include <string>
 

@@ -12,32 +12,6 @@
 #include "SignalWatch.h"
 
 namespace Zet::Tool {
-namespace {
-
-void printJson(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
-               std::vector<std::string> const& only, std::ostream& out) {
-  std::vector<std::string> names;
-  for (auto const& member : statuses.agentEnvStatuses())
-    if (only.empty() || std::find(only.begin(), only.end(), member.key().view()) != only.end())
-      names.emplace_back(member.key().view());
-  std::sort(names.begin(), names.end());
-  for (std::string const& name : names) {
-    Ptr<AgentEnvStatus const> s = statuses.agentEnvStatus(Name(String8(name)));
-    Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s->name());
-    nlohmann::json row{{"entry", name},
-                       {"mode", modeFromConfig(config.ptr())},
-                       {"status", stringValue(s->individualStatus()).str()},
-                       {"group", stringValue(s->groupStatus()).str()},
-                       {"code", showsReason(*s) ? stringValue(s->statusCode()).str() : ""},
-                       {"message", showsReason(*s) ? AgentEnv::statusMessage(s, config).str() : ""},
-                       {"reason", s->reason().str()},
-                       {"currentSource", s->currentSource().text().str()}};
-    out << row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
-  }
-}
-
-}  // namespace
-
 CLI::App* StatusCommand::addTo(CLI::App& app) {
   CLI::App* status = app.add_subcommand("status", "show the statuses of a running agent");
   helpIs(*status,
@@ -46,15 +20,22 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
          "Reads the statuses of a running 'agentenv run' through its control socket and\n"
          "prints them: entry, mode, individual and group status, code and message of a\n"
          "failure, source in use, and the reason of a failure that its code cannot say\n"
-         "(an export that cannot listen). --json prints one object per entry and line,\n"
-         "with the keys entry, mode, status, group, code, message, reason, currentSource.\n");
+         "(an export that cannot listen). An export shows where it listens; an entry\n"
+         "that has not acted, what it waits for.\n"
+         "\n"
+         "--json writes JSON Lines: one object per entry and line, with the keys entry,\n"
+         "mode, status, group, code, message, reason, currentSource, listensOn and\n"
+         "waitingFor (\"\" where empty). --watch then prints a line per change, as text or\n"
+         "JSON, for the entries named (every entry without ENTRY), until interrupted or\n"
+         "until the agent goes away.\n");
   control_.addTo(*status);
-  status->add_flag("--json", json_, "one JSON object per entry and line");
+  status->add_flag("--json", json_, "JSON Lines: one object per entry and line");
   status->add_flag("--watch", watch_, "then print each change until interrupted");
   status->add_option("ENTRY", entries_, "only these entries")->type_name("");
   status->footer(
       "Exit status: 0 every entry shown initialized, 1 otherwise (or an ENTRY the agent\n"
-      "does not have), 2 bad arguments or no agent at the control socket.");
+      "does not have), 2 bad arguments, no agent at the control socket, or (with\n"
+      "--watch) the agent went away.");
   return status;
 }
 
@@ -68,23 +49,29 @@ int StatusCommand::run() {
       std::cerr << "agentenv status: no entry named '" << entry << "'" << std::endl;
       unknown = true;
     }
-  if (json_)
-    printJson(*statuses, *configs, entries_, std::cout);
-  else
-    printStatusTable(*statuses, *configs, [&](Name const& n) { return modeFromConfig(configs->agentEnvConfig(n).ptr()); },
-                     std::cout, entries_);
+  std::vector<StatusRow> rows = statusRows(*statuses, *configs, entries_);
+  if (json_ && !watch_)
+    printStatusJson(rows, std::cout);  // a watch's first lines are these rows
+  else if (!json_)
+    printStatusTable(rows, std::cout);
   std::cout.flush();
-  if (watch_) {
-    bool stop = false;
-    StopSignals signals(stop);
-    StatusWatch watch(statuses, configs, std::cout);
-    ActivityFacility::loop().runUntil([&] { return stop; }, ActivityLoop::kMaxDelaySeconds);
-  }
-  for (auto const& member : statuses->agentEnvStatuses())
-    if ((entries_.empty() || std::find(entries_.begin(), entries_.end(), member.key().view()) != entries_.end()) &&
-        member.value()->individualStatus() != AgentEnvStatus::initialized)
-      return kExitProblems;
-  return unknown ? kExitProblems : kExitOk;
+  if (watch_ && !watch(view)) return kExitUsage;
+  rows = statusRows(*statuses, *configs, entries_);
+  bool allInitialized = std::all_of(rows.begin(), rows.end(), [](StatusRow const& r) { return r.initialized; });
+  return unknown || !allInitialized ? kExitProblems : kExitOk;
+}
+
+bool StatusCommand::watch(AgentView const& view) {
+  bool stop = false;
+  StopSignals signals(stop);
+  StatusWatch watch(view.statuses, view.configs, std::cout, {entries_, json_});
+  auto gone = [&] { return view.connection->state() != MountStatus::complete; };
+  ActivityFacility::loop().runUntil([&] { return stop || gone(); }, ActivityLoop::kMaxDelaySeconds);
+  if (!gone()) return true;
+  std::cout.flush();
+  std::cerr << "agentenv status: the agent at " << control_.path() << " has gone away ("
+            << stringValue(view.connection->code()) << ")" << std::endl;
+  return false;
 }
 
 }  // namespace Zet::Tool

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <vector>
 
 #include "AgentEnv/AgentEnvRoot.h"
+#include "AgentEnv/AgentEnvMode.h"
 #include "Zet/System.h"
 
 namespace Zet::Tool {
@@ -26,6 +28,20 @@ std::string coloured(std::string const& status) {
   return code ? std::string("\033[") + code + "m" + status + "\033[0m" : status;
 }
 
+// A message on one line: "a\nb" reads "a; b", "a:\n\tb" reads "a: b".
+std::string oneLine(std::string const& text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\n') {
+      out += text[i];
+      continue;
+    }
+    out += !out.empty() && out.back() == ':' ? " " : "; ";
+    while (i + 1 < text.size() && text[i + 1] == '\t') ++i;
+  }
+  return out;
+}
+
 }  // namespace
 
 bool showsReason(AgentEnvStatus const& status) {
@@ -36,31 +52,82 @@ bool showsReason(AgentEnvStatus const& status) {
 std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvConfig const> const& config) {
   std::string text = AgentEnv::statusMessage(status, config).str();
   if (!status->reason().isEmpty()) text += ": " + status->reason().str();
-  return text;
+  return oneLine(text);
 }
 
-std::string modeFromConfig(AgentEnvConfig const* config) {
-  if (!config) return "";
-  if (config->source0().isExport()) return "exp";
-  if (!config->source0().isEmpty()) return "mount";
-  return config->typeName().isEmpty() ? "init" : "instantiate";
+namespace {
+
+// What an entry that has not acted waits for: a dependency (its own, then its
+// aggregate's) that is not initialized, or its aggregate, failed.
+std::string waitingFor(AgentEnvConfig const& config, AgentEnvStatusDir const& statuses) {
+  for (AgentEnvConfig const* c = &config; c; c = c == &config ? c->aggConfig().ptr() : nullptr) {
+    Name const& dependency = c->dependency();
+    if (!AgentEnvConfig::namesEntry(dependency)) continue;
+    Ptr<AgentEnvStatus const> s = statuses.agentEnvStatus(dependency);
+    if (!s || s->groupStatus() != AgentEnvStatus::initialized) return dependency.str();
+  }
+  AgentEnvConfig const* aggregate = config.aggConfig().ptr();
+  Ptr<AgentEnvStatus const> s = aggregate ? statuses.agentEnvStatus(aggregate->name()) : nullptr;
+  return s && showsReason(*s) ? aggregate->name().str() : "";
 }
 
-void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs, ModeOf const& modeOf,
-                      std::ostream& out, std::vector<std::string> const& only) {
+std::string endpointText(AgentEnvConfig const& config) {
+  ExportEndpoint endpoint = exportEndpoint(config.target().text());
+  if (endpoint.isPort()) return "port " + std::to_string(endpoint.port);
+  return endpoint.isNowhere() ? "" : "socket " + endpoint.socketPath.str();
+}
+
+}  // namespace
+
+StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs) {
+  Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
+  bool failed = showsReason(s);
+  StatusRow row;
+  row.entry = s.name().str();
+  row.mode = config ? stringValue(modeAskedFor(*config)).str() : "";
+  row.status = stringValue(s.individualStatus()).str();
+  row.group = stringValue(s.groupStatus()).str();
+  row.code = failed ? stringValue(s.statusCode()).str() : "";
+  row.message = failed ? AgentEnv::statusMessage(&s, config).str() : "";
+  row.currentSource = s.currentSource().text().str();
+  row.reason = s.reason().str();
+  if (config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig()) row.listensOn = endpointText(*config);
+  if (config && s.individualStatus() == AgentEnvStatus::notApplicable) row.waitingFor = waitingFor(*config, statuses);
+  row.initialized = s.individualStatus() == AgentEnvStatus::initialized;
+  return row;
+}
+
+std::vector<StatusRow> statusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
+                                  std::vector<std::string> const& only) {
+  std::vector<StatusRow> rows;
+  for (auto const& member : statuses.agentEnvStatuses())
+    if (only.empty() || std::find(only.begin(), only.end(), member.key().view()) != only.end())
+      rows.push_back(statusRow(*member.value(), statuses, configs));
+  std::sort(rows.begin(), rows.end(), [](StatusRow const& a, StatusRow const& b) { return a.entry < b.entry; });
+  return rows;
+}
+
+std::string StatusRow::json() const {
+  nlohmann::json row{{"entry", entry},   {"mode", mode},       {"status", status},
+          {"group", group},   {"code", code},       {"message", message},
+          {"reason", reason}, {"currentSource", currentSource}, {"listensOn", listensOn},
+          {"waitingFor", waitingFor}};
+  return row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void printStatusJson(std::vector<StatusRow> const& rows, std::ostream& out) {
+  for (StatusRow const& row : rows)
+    out << row.json() << "\n";
+}
+
+void printStatusTable(std::vector<StatusRow> const& statusRows, std::ostream& out) {
   using Row = std::array<std::string, 8>;
   std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"}};
-  for (auto const& member : statuses.agentEnvStatuses()) {
-    AgentEnvStatus const& s = *member.value();
-    if (!only.empty() && std::find(only.begin(), only.end(), s.name().view()) == only.end()) continue;
-    bool reason = showsReason(s);
-    Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
-    rows.push_back({s.name().str(), modeOf(s.name()), stringValue(s.individualStatus()).str(),
-                    stringValue(s.groupStatus()).str(), reason ? stringValue(s.statusCode()).str() : "",
-                    reason ? AgentEnv::statusMessage(member.value(), config).str() : "",
-                    s.currentSource().text().str(), s.reason().str()});
+  for (StatusRow const& r : statusRows) {
+    std::string message = r.waitingFor.empty() ? oneLine(r.message) : "waiting for '" + r.waitingFor + "'";
+    rows.push_back({r.entry, r.mode, r.status, r.group, r.code, message,
+                    r.listensOn.empty() ? r.currentSource : r.listensOn, oneLine(r.reason)});
   }
-  std::sort(rows.begin() + 1, rows.end());
   // REASON is shown only when an entry has one.
   bool anyReason = std::any_of(rows.begin() + 1, rows.end(), [](Row const& row) { return !row.back().empty(); });
   size_t columns = anyReason ? rows[0].size() : rows[0].size() - 1;

@@ -1,10 +1,11 @@
 #pragma once
-// The statuses of an agent's entries as people read them: one aligned row
-// per entry, sorted by name, with its mode, individual and group status, the
-// code and message where the entry failed, erred or is unsupported, the
-// source in use, and the reason of a failure where its code does not say it.
+// The statuses of an agent's entries as people and scripts read them: one
+// row per entry with its mode, individual and group status, the code and
+// message where the entry failed, erred or is unsupported, the source in use
+// (for an export, where it listens), the reason of a failure where its code
+// does not say it, and what an entry that has not acted waits for. The
+// table aligns the rows; JSON gives one object per row and line.
 
-#include <functional>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -14,16 +15,32 @@
 
 namespace Zet::Tool {
 
-// The mode of an entry, as text ("" when not known).
-using ModeOf = std::function<std::string(Name const&)>;
+struct StatusRow {
+  std::string entry;
+  std::string mode;  // what the entry's config asks for; empty without a config
+  std::string status;
+  std::string group;
+  std::string code;     // a failure's only
+  std::string message;  // a failure's only
+  std::string currentSource;
+  std::string reason;
+  std::string listensOn;   // an export's endpoint: "port 7001", "socket /run/a.sock"
+  std::string waitingFor;  // the entry that one which has not acted waits for
+  bool initialized = false;
 
-// The mode an entry's config asks for: exp for "*", mount for another
-// source, instantiate for a type name, init for none of them.
-std::string modeFromConfig(AgentEnvConfig const* config);
+  // The row as one line of JSON, every key present ("" where empty).
+  std::string json() const;
+};
 
-// Prints the rows of the entries named in `only` (every entry when empty).
-void printStatusTable(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs, ModeOf const& modeOf,
-                      std::ostream& out, std::vector<std::string> const& only = {});
+// The row of one entry.
+StatusRow statusRow(AgentEnvStatus const& status, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs);
+// The rows of the entries named in `only` (every entry when empty), by name.
+std::vector<StatusRow> statusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
+                                  std::vector<std::string> const& only = {});
+
+void printStatusTable(std::vector<StatusRow> const& rows, std::ostream& out);
+// JSON Lines: one object per row.
+void printStatusJson(std::vector<StatusRow> const& rows, std::ostream& out);
 
 // Whether the status shows its code and message.
 bool showsReason(AgentEnvStatus const& status);

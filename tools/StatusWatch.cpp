@@ -1,5 +1,6 @@
 #include "StatusWatch.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "AgentEnv/AgentEnvRoot.h"
@@ -21,8 +22,8 @@ class StatusWatch::EntryWatch : public AgentEnvStatus::NotifieeConst {
 };
 
 StatusWatch::StatusWatch(Ptr<AgentEnvStatusDir const> const& statuses, Ptr<AgentEnvConfigDir const> configs,
-                         std::ostream& out)
-    : configs_(std::move(configs)), out_(out), alive_(std::make_shared<StatusWatch*>(this)) {
+                         std::ostream& out, WatchOptions options)
+    : configs_(std::move(configs)), out_(out), options_(std::move(options)), alive_(std::make_shared<StatusWatch*>(this)) {
   notifierIs(statuses);
   for (auto const& member : statuses->agentEnvStatuses()) onAgentEnvStatus(Name(member.key()));
 }
@@ -31,6 +32,8 @@ StatusWatch::~StatusWatch() = default;
 
 void StatusWatch::onAgentEnvStatus(Name const& name) {
   std::string key(name.view());
+  auto const& only = options_.only;
+  if (!only.empty() && std::find(only.begin(), only.end(), key) == only.end()) return;
   if (Ptr<AgentEnvStatus const> status = notifier()->agentEnvStatus(name)) {
     entries_[key] = std::make_unique<EntryWatch>(*this, status);
     changed(name);
@@ -56,14 +59,20 @@ void StatusWatch::printChanges() {
   for (Name const& name : names) {
     Ptr<AgentEnvStatus const> s = notifier()->agentEnvStatus(name);
     if (!s) continue;
-    std::string line = name.str() + ": " + stringValue(s->individualStatus()).str() + " " +
-                       stringValue(s->groupStatus()).str() + " " + stringValue(s->statusCode()).str();
-    if (showsReason(*s)) line += ": " + failureText(s, configs_->agentEnvConfig(name));
+    std::string line = this->line(s);
     std::string& last = printed_[name.str()];
     if (line == last) continue;
     last = line;
     out_ << line << std::endl;
   }
+}
+
+std::string StatusWatch::line(Ptr<AgentEnvStatus const> const& s) const {
+  if (options_.json) return statusRow(*s, *notifier(), *configs_).json();
+  std::string line = s->name().str() + ": " + stringValue(s->individualStatus()).str() + " " +
+                     stringValue(s->groupStatus()).str() + " " + stringValue(s->statusCode()).str();
+  if (showsReason(*s)) line += ": " + failureText(s, configs_->agentEnvConfig(s->name()));
+  return line;
 }
 
 }  // namespace Zet::Tool

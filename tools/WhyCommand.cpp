@@ -5,6 +5,7 @@
 #include <iostream>
 #include <vector>
 
+#include "AgentEnv/AgentEnvMode.h"
 #include "AgentEnv/AgentEnvRoot.h"
 #include "Help.h"
 #include "StatusTable.h"
@@ -16,11 +17,17 @@ using St = AgentEnvStatus;
 
 // What an entry does once it is ready.
 std::string action(AgentEnvConfig const& config) {
-  if (config.source0().isExport()) return "export on " + config.target().text().str();
-  if (!config.source0().isEmpty()) return "mount " + config.source0().text().str() + " at " + config.target().text().str();
-  if (!config.typeName().isEmpty())
-    return "instantiate " + config.typeName().str() + " at " + config.target().text().str();
-  return "do nothing (no source, no type name)";
+  std::string target = config.target().text().str();
+  switch (modeAskedFor(config)) {
+    case AgentEnvMode::exp:
+      return "export on " + exportEndpoint(config.target().text()).text().str();
+    case AgentEnvMode::mount:
+      if (config.aggConfig()) return "be mounted with its aggregate '" + config.aggConfig()->name().str() + "'";
+      return "mount " + config.source0().text().str() + " at " + target;
+    default:
+      if (config.typeName().isEmpty()) return "do nothing (no source, no type name)";
+      return "instantiate " + config.typeName().str() + " at " + target;
+  }
 }
 
 bool failed(St::Status s) { return s == St::fail || s == St::error || s == St::unsupported; }
