@@ -50,8 +50,15 @@ Ptr<ConfigFileParser> configFileParserFactory(Ptr<AgentEnvConfigDir> const& conf
 }
 
 void ConfigFileParser::configFileEnq(String8 const& name) {
+  if (!currentFile_.isEmpty() && !includeSites_.find(name))
+    includeSites_.insert(name, IncludeSite{currentFile_, reader_->lineOfText()});
   configFile_.configEnq(name);
   handleConfigFile();
+}
+
+ConfigFileParser::IncludeSite ConfigFileParser::includeSite(String8 const& name) const {
+  IncludeSite const* site = includeSites_.find(name);
+  return site ? *site : IncludeSite{};
 }
 
 void ConfigFileParser::handleConfigFile() {
@@ -61,9 +68,16 @@ void ConfigFileParser::handleConfigFile() {
   Ptr<ConfigFileParser const> self(this);
   parsingErrorsCount_ = 0;
   attributeErrorsCount_ = 0;
+  failedFile_ = String8();
   while (!configFile_.empty()) {
     String8 name = configFileDeq();
-    if (parsedConfigFile_.insert(name, true).second) readConfigFile(name);
+    if (!parsedConfigFile_.insert(name, true).second) continue;
+    try {
+      readConfigFile(name);
+    } catch (...) {
+      failedFile_ = name;
+      throw;
+    }
   }
 }
 

@@ -13,7 +13,10 @@
 // counted in parsingErrorsCount; a repeated attribute keeps its first value
 // and is reported by printError as "file: entry: message", counted apart in
 // attributeErrorsCount. Characters the language ignores are copied to the
-// echo stream (standard output by default).
+// echo stream (standard output by default). What the language accepts
+// silently but a reader of the file may not expect (a byte ignored beside a
+// name, a substitution without a value) is told to an observer, if one is
+// set; the read goes on unchanged.
 //
 // Each parser has its own scanner and grammar state, so parsers are
 // independent of each other; one parser reads one file at a time. Not
@@ -75,6 +78,17 @@ class ConfigFileParser : public Entity {
   // keep their entries, and the names after it stay queued for the next call.
   // Other exceptions (from the directory, say) leave the parser the same way.
   void handleConfigFile();
+
+  // Where a file was first named by an include; empty for a file queued
+  // otherwise.
+  struct IncludeSite {
+    String8 file;
+    unsigned long line = 0;
+  };
+  IncludeSite includeSite(String8 const& name) const;
+  // The file the last run of handleConfigFile threw about; empty when the
+  // last run did not throw.
+  String8 const& failedFile() const { return failedFile_; }
 
   // Whether a name has been taken off the queue (read or being read).
   bool parsedConfigFile(String8 const& name) const { return parsedConfigFile_.find(name) != nullptr; }
@@ -146,6 +160,21 @@ class ConfigFileParser : public Entity {
   std::ostream& echoStream() const { return *echoStream_; }
   void echoStreamIs(std::ostream& stream) { echoStream_ = &stream; }
 
+  // ---- Remarks -------------------------------------------------------------
+
+  class Remarks {
+   public:
+    virtual ~Remarks() = default;
+    // A byte the language ignores touches a name: "caf\xe9 {" declares "caf".
+    // Told once per line.
+    virtual void onIgnoredByteBesideName(String8 const& file, unsigned long line, unsigned char byte) = 0;
+    // "${NAME}" where NAME has no substitution: the value is empty (or 0).
+    virtual void onUndefinedSubstitution(String8 const& file, unsigned long line, std::string_view name) = 0;
+  };
+  // The observer, not owned; null (the default) for none.
+  Remarks* remarks() const { return remarks_; }
+  void remarksIs(Remarks* remarks) { remarks_ = remarks; }
+
   TypeDescriptor const& fwkType() const override;
   static TypeDescriptor const& type();
 
@@ -175,6 +204,9 @@ class ConfigFileParser : public Entity {
   unsigned attributeErrorsCount_ = 0;
   std::ostream* errorStream_;
   std::ostream* echoStream_;
+  Remarks* remarks_ = nullptr;
+  HashMap<IncludeSite, String8> includeSites_;
+  String8 failedFile_;
   std::unique_ptr<ConfigReader> reader_;
   HashMap<SourceLines> sourceLines_;  // by entry name
 };

@@ -36,6 +36,18 @@ void ConfigReader::throwFileError(char const* what) const {
 
 void ConfigReader::echo(char const* text, size_t size) {
   parser_->echoStream().write(text, static_cast<std::streamsize>(size));
+  // Blanks other than the space separate names as a reader expects.
+  char byte = text[0];
+  if (!parser_->remarks() || byte == '\t' || byte == '\r' || byte == '\v' || byte == '\f') return;
+  strayByte_ = static_cast<unsigned char>(byte);
+  if (afterName_) remarkStrayByte();
+}
+
+void ConfigReader::remarkStrayByte() {
+  if (remarkedLine_ != lineOfText_)
+    parser_->remarks()->onIgnoredByteBesideName(parser_->currentFile(), lineOfText_, static_cast<unsigned char>(strayByte_));
+  remarkedLine_ = lineOfText_;
+  strayByte_ = -1;
 }
 
 void ConfigReader::defineAttribute(std::string_view attribute, std::string_view value,
@@ -60,12 +72,19 @@ void ConfigReader::displayAttributeError(std::string_view message, long lineDelt
   parser_->parsingErrorsCountInc();
 }
 
+String8 ConfigReader::substitutionValue(std::string_view name) const {
+  String8 key(name);
+  if (parser_->remarks() && !parser_->substitutions().mapHas(key))
+    parser_->remarks()->onUndefinedSubstitution(parser_->currentFile(), lineOfText_, name);
+  return parser_->substitutions(key);
+}
+
 ConfigText* ConfigReader::substitution(std::string_view name) const {
-  return new ConfigText(parser_->substitutions(String8(name)).view());
+  return new ConfigText(substitutionValue(name).view());
 }
 
 double ConfigReader::numericSubstitution(std::string_view name) {
-  std::istringstream in(parser_->substitutions(String8(name)).str());
+  std::istringstream in(substitutionValue(name).str());
   in.imbue(std::locale::classic());
   double value = 0;
   if (in >> value) return value;

@@ -52,12 +52,21 @@ class ConfigReader {
   // Reads up to `size` bytes of the file; 0 at its end. Throws on a read
   // error and on a line longer than kMaxLineLength.
   size_t read(char* buffer, size_t size);
-  // Every scanner rule calls this first: its text lies on the current line.
-  void textScanned() { lineOfText_ = line_; }
+  // Every scanner rule calls this first with its text, which lies on the
+  // current line.
+  void textScanned(char const* text, size_t size) {
+    lineOfText_ = line_;
+    bool startsName = isNameByte(text[0]);
+    if (strayByte_ >= 0 && startsName) remarkStrayByte();
+    strayByte_ = -1;
+    afterName_ = endsName_;
+    endsName_ = isNameByte(text[size - 1]);
+  }
   // The line of the most recently scanned text.
   unsigned long lineOfText() const { return lineOfText_; }
   void lineEnded() { ++line_; }
-  // Copies characters the language ignores to the parser's echo stream.
+  // Copies characters the language ignores to the parser's echo stream; one
+  // that touches a name is a remark (ConfigFileParser::Remarks).
   void echo(char const* text, size_t size);
 
   // ---- For the grammar -----------------------------------------------------
@@ -95,6 +104,12 @@ class ConfigReader {
   static std::string numberText(double value);
 
  private:
+  static bool isNameByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+  }
+  void remarkStrayByte();
+  // The value of a substitution; one without a value is a remark.
+  String8 substitutionValue(std::string_view name) const;
   void releaseScanner();
   size_t readSome(char* buffer, size_t size);
   [[noreturn]] void throwFileError(char const* what) const;
@@ -106,6 +121,13 @@ class ConfigReader {
   unsigned long line_ = 1;        // the line the scanner is on
   unsigned long lineOfText_ = 1;  // the line of the most recently scanned text
   size_t lineLength_ = 0;         // bytes read since the last newline
+  // Around ignored bytes: whether the text before the latest ended a name,
+  // whether the latest did, an ignored byte waiting to see whether a name
+  // follows (-1: none), the last line remarked on.
+  bool afterName_ = false;
+  bool endsName_ = false;
+  int strayByte_ = -1;
+  unsigned long remarkedLine_ = 0;
 };
 
 }  // namespace Zet

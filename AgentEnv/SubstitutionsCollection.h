@@ -25,6 +25,8 @@ class SubstitutionsCollection {
 
   // The value for name; empty when name has none.
   String8 map(String8 const& name) const { return map_.value(name); }
+  // Whether name has a value (an empty one counts).
+  bool mapHas(String8 const& name) const { return map_.find(name) != nullptr; }
   // Sets the value for name, replacing any earlier one.
   void mapIs(String8 const& name, String8 const& value) { map_.assign(name, value); }
   void mapDel(String8 const& name) { map_.erase(name); }

@@ -15,9 +15,12 @@ CLI::App* CheckCommand::addTo(CLI::App& app) {
          "Reads agent-environment configuration files as an agent would (includes,\n"
          "the AGENTENV_CONFIGS search path, ${NAME} substitutions) and reports every\n"
          "error, then warns about what would fail at run time: dependencies naming no\n"
-         "entry, dependency cycles, relative targets, bad or doubled export targets,\n"
-         "invalid sources, members depending on their aggregate, type names the type\n"
-         "map cannot resolve. Nothing is mounted, created or exported.\n");
+         "entry, dependency cycles, relative targets, bad, cut or doubled export targets\n"
+         "and a second export of a kind, invalid sources and sources without a scheme,\n"
+         "what the consistency rules would refuse, members depending on their\n"
+         "aggregate, type names the type map cannot resolve, ${NAME} without a value\n"
+         "and bytes the language ignores beside a name. Nothing is mounted, created or\n"
+         "exported, and nothing of the files reaches standard output but --dump.\n");
   files_.addTo(*check);
   check->add_flag("--dump", dump_, "print the resulting entries, sorted by name");
   check->add_flag("--strict", strict_, "count warnings as errors");
@@ -32,7 +35,9 @@ int CheckCommand::run() {
   Ptr<AgentEnvConfigDir> dir = agentEnvConfigDirFactory("AgentEnvConfigDir");
   Ptr<ConfigFileParser> parser = configFileParserFactory(dir);
   Findings findings = readConfigFiles(*parser, files_, "check");
-  unsigned warnings = lintConfigs(*parser, std::cerr);
+  lintConfigs(*parser, findings.warnings);
+  findings.warnings.print(std::cerr);
+  size_t warnings = findings.warnings.count();
   if (dump_) dumpConfigs(*dir, std::cout);
   std::cout.flush();
   if (findings.unreadableFile) return kExitUsage;

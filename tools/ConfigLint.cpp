@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <map>
-#include <ostream>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "AgentEnv/AgentEnvConsistency.h"
+#include "AgentEnv/AgentEnvMode.h"
 #include "DependencyCycles.h"
 #include "Zet/TypeMap.h"
 
@@ -17,37 +18,34 @@ using Type = ConfigFileParser::AttributeType;
 
 class Lint {
  public:
-  Lint(ConfigFileParser const& parser, std::ostream& out) : parser_(parser), out_(out) {
+  Lint(ConfigFileParser const& parser, Warnings& warnings) : parser_(parser), warnings_(warnings) {
     for (auto const& member : parser.configDir()->agentEnvConfigs()) entries_.push_back(member.value().ptr());
-    std::sort(entries_.begin(), entries_.end(),
-              [](AgentEnvConfig const* a, AgentEnvConfig const* b) { return a->name().view() < b->name().view(); });
+    // In the order the files declare them.
+    std::sort(entries_.begin(), entries_.end(), [&](AgentEnvConfig const* a, AgentEnvConfig const* b) {
+      return std::tuple(a->configFile().view(), parser.sourceLines(a->name()).entry, a->name().view()) <
+             std::tuple(b->configFile().view(), parser.sourceLines(b->name()).entry, b->name().view());
+    });
   }
 
-  unsigned run() {
+  void run() {
     for (AgentEnvConfig const* e : entries_) {
       checkDependency(*e);
       checkSources(*e);
-      checkTarget(*e);
+      checkConsistency(*e);
+      if (modeAskedFor(*e) == AgentEnvMode::exp && !e->aggConfig())
+        checkExport(*e);
+      else
+        checkTarget(*e);
       checkType(*e);
     }
     checkCycles();
-    std::stable_sort(findings_.begin(), findings_.end());
-    for (auto const& f : findings_) out_ << f.file << ':' << f.line << ": warning: " << f.message << "\n";
-    return unsigned(findings_.size());
   }
 
  private:
-  struct Finding {
-    std::string file;
-    unsigned long line;
-    std::string message;
-    bool operator<(Finding const& o) const { return std::tie(file, line) < std::tie(o.file, o.line); }
-  };
-
   void warn(AgentEnvConfig const& e, Type attribute, std::string message) {
     auto lines = parser_.sourceLines(e.name());
     unsigned long line = lines.attribute[unsigned(attribute)] ? lines.attribute[unsigned(attribute)] : lines.entry;
-    findings_.push_back({e.configFile().str(), line, std::move(message)});
+    warnings_.add(e.configFile().str(), line, std::move(message));
   }
   AgentEnvConfig const* entry(Name const& name) const { return parser_.configDir()->agentEnvConfig(name).ptr(); }
 
@@ -64,34 +62,71 @@ class Lint {
 
   void checkSources(AgentEnvConfig const& e) {
     auto check = [&](EntityUri const& source, Type attribute, char const* label) {
-      if (source.isEmpty() || source.isExport() || (source.isValid() && source.checkScheme())) return;
-      warn(e, attribute, std::string(label) + " '" + source.text().str() + "' is not a valid source URI");
+      if (!isMountSource(source)) return;
+      std::string quoted = std::string(label) + " '" + source.text().str() + "'";
+      if (source.isValid() && source.scheme() == EntityUri::Scheme::none)
+        warn(e, attribute, quoted + " has no scheme: a mount needs tcp://HOST:PORT/PATH or unix://SOCKET/PATH");
+      else if (!source.isValid() || !source.checkScheme())
+        warn(e, attribute, quoted + " is not a valid source URI");
     };
     check(e.source0(), Type::source0, "source0");
     check(e.source1(), Type::source1, "source1");
   }
 
+  // What the state machine would refuse however the entry is realised.
+  void checkConsistency(AgentEnvConfig const& e) {
+    if (!e.source0().isValid() || !e.source1().isValid()) return;  // said above
+    EntityUri none;
+    EntityUriPath nowhere;
+    auto refused = consistencyRefusal({AgentEnvMode::init, e, modeConfig(e).source0(), none, e.target(), nowhere});
+    if (!refused) return;
+    warn(e, refusedAttribute(refused->code, e),
+         "the entry would be refused: " + stringValue(refused->code).str() + refused->trace);
+  }
+  static Type refusedAttribute(AgentEnvStatus::StatusCode code, AgentEnvConfig const& e) {
+    switch (code) {
+      case AgentEnvStatus::overrideTarget:
+        return Type::target;
+      case AgentEnvStatus::overrideSource:
+        return e.source0().isEmpty() ? Type::source1 : Type::source0;
+      default:  // flags and last names: source1 is compared with source0
+        return Type::source1;
+    }
+  }
+
   void checkTarget(AgentEnvConfig const& e) {
     std::string target(e.target().text().view());
-    if (target.empty()) return;
-    if (!e.source0().isExport()) {
-      if (!e.target().isAbsolute()) warn(e, Type::target, "target '" + target + "' is not an absolute path");
-      return;
-    }
-    bool digits = std::all_of(target.begin(), target.end(), [](char c) { return c >= '0' && c <= '9'; });
-    bool port = digits && target.size() <= 5 && std::stoul(target) >= 1 && std::stoul(target) <= 65535;
-    if (!port && !e.target().isAbsolute()) {
+    if (!target.empty() && !e.target().isAbsolute())
+      warn(e, Type::target, "target '" + target + "' is not an absolute path");
+  }
+
+  void checkExport(AgentEnvConfig const& e) {
+    std::string target(e.target().text().view());
+    ExportEndpoint endpoint = exportEndpoint(e.target().text());
+    if (endpoint.isNowhere()) return;
+    if (endpoint.isPort() && !endpoint.portAsWritten)
+      warn(e, Type::target,
+           "export target '" + target + "' is read as TCP port " + std::to_string(endpoint.port) + " (ports are 1-65535)");
+    if (!endpoint.isPort() && !e.target().isAbsolute()) {
       warn(e, Type::target,
            "export target '" + target + "' is neither a port (1-65535) nor an absolute socket path");
       return;
     }
-    auto [first, inserted] = exports_.emplace(target, e.name().str());
-    if (!inserted) warn(e, Type::target, "export target '" + target + "' is exported by '" + first->second + "' too");
+    std::string where = endpoint.text().str();
+    if (auto [first, inserted] = exports_.emplace(where, e.name().str()); !inserted) {
+      warn(e, Type::target, "export target '" + target + "' is exported by '" + first->second + "' too");
+      return;
+    }
+    auto [first, inserted] = firstOfKind_.emplace(endpoint.isPort(), e.name().str());
+    if (!inserted)
+      warn(e, Type::target,
+           std::string("a second export on a ") + (endpoint.isPort() ? "TCP port" : "domain socket") +
+               ": one listens per agent, so this one would replace the endpoint of '" + first->second + "'");
   }
 
   void checkType(AgentEnvConfig const& e) {
     std::string_view type = e.typeName().view();
-    if (type.empty() || TypeMap::instance().type(type) || !TypeMap::mapFilesFound()) return;
+    if (type.empty() || TypeMap::instance().type(type)) return;
     try {
       TypeMap::instance().typeResolved(type);
     } catch (Exception const& failure) {
@@ -108,18 +143,14 @@ class Lint {
   }
 
   ConfigFileParser const& parser_;
-  std::ostream& out_;
+  Warnings& warnings_;
   std::vector<AgentEnvConfig const*> entries_;
-  std::map<std::string, std::string> exports_;  // export target -> first entry
-  std::vector<Finding> findings_;
+  std::map<std::string, std::string> exports_;   // endpoint -> first entry exporting it
+  std::map<bool, std::string> firstOfKind_;      // on a port or not -> first entry
 };
 
 }  // namespace
 
-unsigned lintConfigs(ConfigFileParser const& parser, std::ostream& out) {
-  unsigned findings = Lint(parser, out).run();
-  out.flush();
-  return findings;
-}
+void lintConfigs(ConfigFileParser const& parser, Warnings& warnings) { Lint(parser, warnings).run(); }
 
 }  // namespace Zet::Tool

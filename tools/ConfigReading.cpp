@@ -1,6 +1,7 @@
 #include "ConfigReading.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
@@ -19,6 +20,28 @@ bool isIdentifier(std::string_view name) {
   return true;
 }
 
+// What the language accepts silently, as warnings.
+class RemarksAsWarnings : public ConfigFileParser::Remarks {
+ public:
+  explicit RemarksAsWarnings(Warnings& warnings) : warnings_(warnings) {}
+
+  void onIgnoredByteBesideName(String8 const& file, unsigned long line, unsigned char byte) override {
+    char text[16];
+    if (byte > ' ' && byte < 127)
+      std::snprintf(text, sizeof text, "'%c'", byte);
+    else
+      std::snprintf(text, sizeof text, "byte 0x%02x", byte);
+    warnings_.add(file.str(), line, std::string(text) + " is ignored: the name beside it is read without it");
+  }
+  void onUndefinedSubstitution(String8 const& file, unsigned long line, std::string_view name) override {
+    std::string n(name);
+    warnings_.add(file.str(), line, "${" + n + "} has no value (-D " + n + "=VALUE): it reads as empty");
+  }
+
+ private:
+  Warnings& warnings_;
+};
+
 // Reads a file and everything it includes. A file that cannot be found or
 // read stops a run of the parser with the names after it still queued, so
 // runs repeat until the queue is empty.
@@ -31,7 +54,11 @@ void readFile(ConfigFileParser& parser, String8 const& file, Findings& findings,
       else
         parser.handleConfigFile();
     } catch (Exception const& e) {
-      std::cerr << "agentenv " << who << ": " << e.what() << std::endl;
+      ConfigFileParser::IncludeSite site = parser.includeSite(parser.failedFile());
+      if (site.file.isEmpty())
+        std::cerr << "agentenv " << who << ": " << e.what() << std::endl;
+      else
+        std::cerr << site.file << ':' << site.line << ": " << e.what() << std::endl;
       findings.unreadableFile = true;
     }
     findings.errors += parser.parsingErrorsCount() + parser.attributeErrorsCount();
@@ -79,10 +106,15 @@ SubstitutionsCollection ConfigFiles::substitutions() const {
 }
 
 Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who) {
+  static std::ostream discarded(nullptr);
   parser.substitutionsIs(given.substitutions());
   searchBesideTheFiles(given);
   Findings findings;
+  RemarksAsWarnings remarks(findings.warnings);
+  parser.echoStreamIs(discarded);
+  parser.remarksIs(&remarks);
   for (std::string const& file : given.files) readFile(parser, String8(file), findings, who);
+  parser.remarksIs(nullptr);
   return findings;
 }
 

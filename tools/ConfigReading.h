@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "AgentEnv/ConfigFileParser.h"
+#include "Warnings.h"
 
 namespace CLI {
 class App;
@@ -28,11 +29,15 @@ struct ConfigFiles {
 struct Findings {
   unsigned errors = 0;          // diagnostics printed about the files' contents
   bool unreadableFile = false;  // a file could not be found or read
+  Warnings warnings;            // what the language accepted silently
 };
 
 // Reads every file into the parser's config directory; diagnostics go to
-// standard error, `who` naming the subcommand in lines about files that
-// cannot be read.
+// standard error, at the include that named a file that cannot be read, or
+// with `who` naming the subcommand for a file given on the command line. The
+// characters the language ignores are dropped (they would corrupt what the
+// command prints); those beside a name and substitutions without a value are
+// warnings.
 Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who);
 
 }  // namespace Zet::Tool
