@@ -426,3 +426,22 @@ TEST(AgentenvRun, StatusShowsWhereExportsListenWhatWaitingEntriesWaitForAndWhenT
   EXPECT_EQ(watching.restOfErr(),
             "agentenv status: the agent at " + demo.dir + "/ctl.sock has gone away (disconnected)\n");
 }
+
+TEST(AgentenvTools, PlanReadsTheFilesWithTheAgentsDefinitions) {
+  Demo demo;
+  std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
+  std::ofstream(conf) << "x { typeName = \"Zet::Dir\"; target = ${T}; dependency = \"\"; }\n";
+  ChildProcess agent(run({"--control", control, "-D", "T=/p/x", conf}));
+  ASSERT_TRUE(answers(control, "x"));
+  auto plan = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {AGENTENV_COMMAND, "plan", "--control", control});
+    ChildProcess planned(arguments);
+    EXPECT_EQ(planned.wait(), 0);
+    return planned.restOfOut();
+  };
+  EXPECT_EQ(plan({conf}), "unchanged x\n");
+  EXPECT_EQ(plan({}), "unchanged x\n") << "without files: the agent's own, as a reload reads them";
+  EXPECT_EQ(plan({"-D", "T=/p/y", conf}), "updated   x: target: \"/p/x\" → \"/p/y\"\n");
+  agent.signal(SIGTERM);
+  EXPECT_EQ(agent.wait(), 0);
+}

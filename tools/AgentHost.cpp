@@ -22,6 +22,7 @@ TypeDescriptor const descriptor{
         {0x102, "pid", readAs<&H::pid>, writeAs<&H::pidIs>},
         {0x103, "reloads", readAs<&H::reloads>, writeAs<&H::reloadsIs>},
         {0x104, "lastReload", readAs<&H::lastReload>, writeAs<&H::lastReloadIs>},
+        {0x105, "reading", readAs<&H::reading>, writeAs<&H::readingIs>},
     },
     {},
 };

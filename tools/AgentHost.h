@@ -1,9 +1,10 @@
 #pragma once
 // AgentHost: what an agent host (agentenv run) says about itself on its
-// control socket, at /AgentHost: its process id, and how many reloads it
-// has done with the outcome of the last. 'agentenv reload' mounts it, so
-// that it signals the process that answers on the socket (never one a stale
-// pid file names) and reports what the reload did.
+// control socket, at /AgentHost: its process id, how it reads its files, and
+// how many reloads it has done with the outcome of the last. 'agentenv
+// reload' mounts it, so that it signals the process that answers on the
+// socket (never one a stale pid file names) and reports what the reload did;
+// 'agentenv plan' reads the files as the host does.
 
 #include <cstdint>
 
@@ -18,6 +19,7 @@ class AgentHost : public Entity {
     virtual void onPid() {}
     virtual void onReloads() {}
     virtual void onLastReload() {}
+    virtual void onReading() {}
   };
 
   uint64_t pid() const { return pid_; }
@@ -28,6 +30,9 @@ class AgentHost : public Entity {
   void reloadsIs(uint64_t v) { attributeIs(reloads_, v, &NotifieeConst::onReloads); }
   String8 const& lastReload() const { return lastReload_; }
   void lastReloadIs(String8 const& v) { attributeIs(lastReload_, v, &NotifieeConst::onLastReload); }
+  // How the host reads its files: FilesReading (ConfigReading.h) as JSON.
+  String8 const& reading() const { return reading_; }
+  void readingIs(String8 const& v) { attributeIs(reading_, v, &NotifieeConst::onReading); }
   // Records the outcome of one more reload.
   void reloadDone(String8 const& outcome);
 
@@ -41,6 +46,7 @@ class AgentHost : public Entity {
   uint64_t pid_ = 0;
   uint64_t reloads_ = 0;
   String8 lastReload_;
+  String8 reading_;
 };
 
 Ptr<Entity> agentHostFactory(Name const& name, Entity* parent = nullptr);

@@ -1,9 +1,13 @@
 #include "ConfigReading.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <climits>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "AgentEnv/ConfigFileSearch.h"
 #include "Subcommand.h"
@@ -103,6 +107,39 @@ SubstitutionsCollection ConfigFiles::substitutions() const {
     substitutions.mapIs(String8(name), String8(std::string_view(definition).substr(equals + 1)));
   }
   return substitutions;
+}
+
+FilesReading FilesReading::ofThisProcess(ConfigFiles const& given) {
+  char folder[PATH_MAX];
+  return FilesReading{given, ::getcwd(folder, sizeof folder) ? folder : "", configSearchPath().str()};
+}
+
+std::string FilesReading::json() const {
+  nlohmann::json out{{"definitions", given.definitions},
+                     {"files", given.files},
+                     {"workingDir", workingDir},
+                     {"searchPath", searchPath}};
+  return out.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+FilesReading FilesReading::fromJson(std::string const& text) {
+  try {
+    nlohmann::json in = nlohmann::json::parse(text);
+    FilesReading reading;
+    reading.given.definitions = in.at("definitions").get<std::vector<std::string>>();
+    reading.given.files = in.at("files").get<std::vector<std::string>>();
+    reading.workingDir = in.at("workingDir").get<std::string>();
+    reading.searchPath = in.at("searchPath").get<std::string>();
+    return reading;
+  } catch (nlohmann::json::exception const&) {
+    throw UsageError("the agent does not say how it reads its files");
+  }
+}
+
+void FilesReading::adopt() const {
+  if (::chdir(workingDir.c_str()) != 0)
+    throw UsageError("cannot read the files as the agent does: its folder '" + workingDir + "' is gone");
+  ::setenv("AGENTENV_CONFIGS", searchPath.c_str(), 1);
 }
 
 Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who) {

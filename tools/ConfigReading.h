@@ -25,6 +25,25 @@ struct ConfigFiles {
   SubstitutionsCollection substitutions() const;
 };
 
+// How a process reads its files: what it was given, in which working
+// directory, with which search path (AGENTENV_CONFIGS as it uses it, the
+// folders of the files included). An agent host publishes it so that a tool
+// elsewhere can read the files exactly as a reload of the host would.
+struct FilesReading {
+  ConfigFiles given;
+  std::string workingDir;
+  std::string searchPath;
+
+  // This process's, once it has read `given`.
+  static FilesReading ofThisProcess(ConfigFiles const& given);
+  std::string json() const;
+  // UsageError when the text is not one.
+  static FilesReading fromJson(std::string const& text);
+  // Makes this process read as described: its working directory and search
+  // path become those of the reading. UsageError when the folder is gone.
+  void adopt() const;
+};
+
 // What reading the files found.
 struct Findings {
   unsigned errors = 0;          // diagnostics printed about the files' contents

@@ -164,6 +164,7 @@ int RunCommand::run() {
     return kExitUsage;
   }
   applyPlan(*configs, *wanted.configs, planChanges(*configs, statuses.ptr(), *wanted.configs));
+  controlPoint.host().readingIs(String8(FilesReading::ofThisProcess(files_).json()));
   // The monitor starts once the entries have reacted to one another: an
   // entry naming one that a later file brings is not reported in between.
   ActivityFacility::loop().runUntilIdle();
