@@ -31,9 +31,13 @@ foreach(test mount_test agent_env_mount_test)
   add_dependencies(${test} attrlog_peer)
 endforeach()
 
-# agentenv_run_test runs agentenv run on the examples.
-if(TARGET agentenv_run_test AND TARGET agentenv)
-  target_compile_definitions(agentenv_run_test PRIVATE AGENTENV_COMMAND="$<TARGET_FILE:agentenv>"
-                                                       EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
-  add_dependencies(agentenv_run_test agentenv)
-endif()
+# agentenv_run_test runs agentenv run on the examples; readme_test runs the
+# README's transcripts from the source folder.
+foreach(test agentenv_run_test readme_test)
+  if(TARGET ${test} AND TARGET agentenv)
+    target_compile_definitions(${test} PRIVATE AGENTENV_COMMAND="$<TARGET_FILE:agentenv>"
+                                               EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
+                                               SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+    add_dependencies(${test} agentenv)
+  endif()
+endforeach()
