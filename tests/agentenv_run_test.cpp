@@ -396,8 +396,11 @@ TEST(AgentenvRun, StatusShowsWhereExportsListenWhatWaitingEntriesWaitForAndWhenT
                       << "grp { source0 = \"unix://%2Fnowhere/x\"; target = \"/p/grp\"; dependency = \"app\";\n"
                       << "      m { pathSuffix = \"m\"; } }\n"
                       << "tcp { source0 = \"*\"; target = \"" << demo.port << "\"; dependency = \"\"; }\n"
-                      << "sock { source0 = \"*\"; target = \"" << demo.socket << "\"; dependency = \"\"; }\n";
-  auto agent = std::make_unique<ChildProcess>(run({"--control", control, conf}));
+                      << "sock { source0 = \"*\"; target = \"" << demo.socket << "\"; dependency = \"\"; }\n"
+                      << "empty { typeName = \"Test::Nothing\"; target = \"/p/empty\"; dependency = \"\"; }\n";
+  std::ofstream(demo.dir + "/test.map") << "Test::Nothing " ZET_TEST_EMPTY_PLUGIN "\n";
+  auto agent =
+      std::make_unique<ChildProcess>(run({"--control", control, conf}), std::vector<std::string>{"ZET_TYPE_MAP_PATH=" + demo.dir});
   ASSERT_TRUE(answers(control, "tcp"));
 
   // A member shows the mode its aggregate's config asks for, in every view.
@@ -408,6 +411,10 @@ TEST(AgentenvRun, StatusShowsWhereExportsListenWhatWaitingEntriesWaitForAndWhenT
   EXPECT_EQ(row(shown, "m"), "m mount notApplicable notApplicable waiting for 'app'");
   EXPECT_EQ(row(shown, "tcp"), "tcp exp initialized initialized port " + std::to_string(demo.port));
   EXPECT_EQ(row(shown, "sock"), "sock exp initialized initialized socket " + demo.socket);
+  // A message of several lines stays on its row.
+  EXPECT_EQ(row(shown, "empty"),
+            "empty instantiate error error noTypeNode no type node for type 'Test::Nothing'; possible reasons for this "
+            "include: 1. Typo in type name; 2. Missing map file; 3. LD_LIBRARY_PATH set incorrectly");
   ChildProcess json({AGENTENV_COMMAND, "status", "--control", control, "--json", "app", "sock"});
   EXPECT_EQ(json.wait(), 1);
   std::string lines = json.restOfOut();

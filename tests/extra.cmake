@@ -1,4 +1,5 @@
-# Plugins that type_map_test and agent_env_sm_test load with dlopen through map files it writes.
+# Plugins that type_map_test, agent_env_sm_test and agentenv_run_test load with dlopen through map
+# files they write.
 # They are built beside the test but never linked into it.
 add_library(zetTestWidget MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/TestWidget.cpp)
 target_link_libraries(zetTestWidget PRIVATE zet)
@@ -6,7 +7,7 @@ add_library(zetTestEmptyPlugin MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/EmptyPl
 add_library(zetTestClashingPlugin MODULE ${CMAKE_CURRENT_SOURCE_DIR}/plugin/ClashingPlugin.cpp)
 target_link_libraries(zetTestClashingPlugin PRIVATE zet)
 
-foreach(test type_map_test agent_env_sm_test)
+foreach(test type_map_test agent_env_sm_test agentenv_run_test)
   add_dependencies(${test} zetTestWidget zetTestEmptyPlugin zetTestClashingPlugin)
   target_compile_definitions(${test} PRIVATE
     ZET_TEST_WIDGET_PLUGIN="$<TARGET_FILE:zetTestWidget>"
