@@ -146,6 +146,12 @@ TEST(AgentenvTools, WhyAndGraphReadFilesToo) {
   ChildProcess missing({AGENTENV_COMMAND, "why", "nosuch", kExamples + "/cycle.conf"});
   EXPECT_EQ(missing.wait(), 1);
   EXPECT_EQ(missing.restOfOut(), "nosuch: no such entry\n");
+  // Control bytes of a file do not reach the terminal.
+  Demo demo;
+  std::ofstream(demo.dir + "/esc.conf") << "x { source0 = \"tcp://h:1/a\x1b[2J\"; target = \"/x\"; dependency = \"\"; }\n";
+  ChildProcess escaped({AGENTENV_COMMAND, "why", "x", demo.dir + "/esc.conf"});
+  EXPECT_EQ(escaped.wait(), 0);
+  EXPECT_EQ(escaped.restOfOut(), "x would mount tcp://h:1/a\\x1b[2J at /x\n");
 
   ChildProcess graph({AGENTENV_COMMAND, "graph", "-D", "PORT=1", "-D", "SOCKET=/a.sock", kExamples + "/demo/exporter.conf",
                       kExamples + "/cycle.conf"});

@@ -1,12 +1,13 @@
 #include "ConfigDump.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ostream>
 #include <string>
 #include <unordered_set>
 #include <utility>
 #include <vector>
+
+#include "PrintableText.h"
 
 namespace Zet::Tool {
 namespace {
@@ -30,17 +31,9 @@ std::vector<AgentEnvConfig*> sortedByName(Map const& configs) {
 
 std::string quoted(std::string_view text) {
   std::string q = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      q += '\\';
-      q += static_cast<char>(c);
-    } else if (c < 0x20 || c >= 0x7f) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\x%02x", c);
-      q += escape;
-    } else {
-      q += static_cast<char>(c);
-    }
+  for (char const& c : text) {
+    if (c == '"' || c == '\\') q += '\\';
+    q += printable(std::string_view(&c, 1), true);
   }
   return q + '"';
 }

@@ -7,6 +7,7 @@
 #include "AgentView.h"
 #include "ConfigPlan.h"
 #include "Help.h"
+#include "PrintableText.h"
 
 namespace Zet::Tool {
 
@@ -54,9 +55,9 @@ int PlanCommand::run() {
   bool refused = false;
   for (EntryChange const& change : planChanges(*agent.configs, agent.statuses.ptr(), *wanted.configs)) {
     std::string kind = kindText(change.kind);
-    std::cout << kind << std::string(10 - kind.size(), ' ') << change.entry;
-    for (size_t i = 0; i < change.details.size(); ++i) std::cout << (i ? "; " : ": ") << change.details[i];
-    std::cout << "\n";
+    std::string line = kind + std::string(10 - kind.size(), ' ') + change.entry;
+    for (size_t i = 0; i < change.details.size(); ++i) line += (i ? "; " : ": ") + change.details[i];
+    std::cout << printable(line) << "\n";
     refused = refused || change.kind == EntryChange::refused;
   }
   std::cout.flush();

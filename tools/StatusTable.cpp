@@ -10,6 +10,7 @@
 
 #include "AgentEnv/AgentEnvRoot.h"
 #include "AgentEnv/AgentEnvMode.h"
+#include "PrintableText.h"
 #include "Zet/System.h"
 
 namespace Zet::Tool {
@@ -52,7 +53,7 @@ bool showsReason(AgentEnvStatus const& status) {
 std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvConfig const> const& config) {
   std::string text = AgentEnv::statusMessage(status, config).str();
   if (!status->reason().isEmpty()) text += ": " + status->reason().str();
-  return oneLine(text);
+  return printable(oneLine(text));
 }
 
 namespace {
@@ -125,8 +126,8 @@ void printStatusTable(std::vector<StatusRow> const& statusRows, std::ostream& ou
   std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"}};
   for (StatusRow const& r : statusRows) {
     std::string message = r.waitingFor.empty() ? oneLine(r.message) : "waiting for '" + r.waitingFor + "'";
-    rows.push_back({r.entry, r.mode, r.status, r.group, r.code, message,
-                    r.listensOn.empty() ? r.currentSource : r.listensOn, oneLine(r.reason)});
+    rows.push_back({r.entry, r.mode, r.status, r.group, r.code, printable(message),
+                    printable(r.listensOn.empty() ? r.currentSource : r.listensOn), printable(oneLine(r.reason))});
   }
   // REASON is shown only when an entry has one.
   bool anyReason = std::any_of(rows.begin() + 1, rows.end(), [](Row const& row) { return !row.back().empty(); });

@@ -8,6 +8,7 @@
 #include "AgentEnv/AgentEnvMode.h"
 #include "AgentEnv/AgentEnvRoot.h"
 #include "Help.h"
+#include "PrintableText.h"
 #include "StatusTable.h"
 
 namespace Zet::Tool {
@@ -129,7 +130,7 @@ CLI::App* WhyCommand::addTo(CLI::App& app) {
 int WhyCommand::run() {
   AgentView view = source_.view("why");
   Explanation e = explain(view, Name(String8(entry_)));
-  std::cout << e.text << std::endl;
+  std::cout << printable(e.text) << std::endl;
   return e.heldBack ? kExitProblems : kExitOk;
 }
 
