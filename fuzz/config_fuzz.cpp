@@ -24,6 +24,15 @@ namespace {
 std::string sandbox;
 std::ostream discard(nullptr);  // no buffer: every write is dropped
 
+// Takes every remark, as agentenv check does, so that its paths run too.
+struct Remarks : Zet::ConfigFileParser::Remarks {
+  void onIgnoredByteBesideName(Zet::String8 const& file, unsigned long, unsigned char) override { seen += file.size(); }
+  void onUndefinedSubstitution(Zet::String8 const&, unsigned long, std::string_view name) override {
+    seen += name.size();
+  }
+  size_t seen = 0;
+};
+
 void writeFile(std::string const& path, char const* data, size_t size) {
   std::ofstream(path, std::ios::binary | std::ios::trunc).write(data, static_cast<std::streamsize>(size));
 }
@@ -51,6 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   parser->substitutionsIs("N", "5");
   parser->substitutionsIs("Q", "\"quoted\"");
   parser->substitutionsIs("E", "");
+  Remarks remarks;
+  parser->remarksIs(&remarks);
   try {
     parser->configFileEnq(Zet::String8(input));
   } catch (Zet::AgentException const&) {
