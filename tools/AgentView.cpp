@@ -55,4 +55,11 @@ AgentView AgentView::ofFiles(ConfigFiles const& files, std::string const& who, F
   return view;
 }
 
+AgentView AgentView::ofCleanFiles(ConfigFiles const& files, std::string const& who) {
+  Findings findings;
+  AgentView view = ofFiles(files, who, findings);
+  if (findings.unreadableFile || findings.errors) throw UsageError("the files have errors (above); nothing to show");
+  return view;
+}
+
 }  // namespace Zet::Tool

@@ -24,6 +24,9 @@ struct AgentView {
   static AgentView ofAgent(ControlSocket const& control);
   // The files'; `findings` tells what reading them found.
   static AgentView ofFiles(ConfigFiles const& files, std::string const& who, Findings& findings);
+  // The same, refused (UsageError) when a file cannot be read or has errors:
+  // half a configuration would answer wrongly.
+  static AgentView ofCleanFiles(ConfigFiles const& files, std::string const& who);
 
   Ptr<AgentEnvStatus const> status(Name const& name) const {
     return statuses ? statuses->agentEnvStatus(name) : nullptr;

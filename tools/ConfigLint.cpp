@@ -32,6 +32,7 @@ class Lint {
       checkDependency(*e);
       checkSources(*e);
       checkConsistency(*e);
+      checkAction(*e);
       if (modeAskedFor(*e) == AgentEnvMode::exp && !e->aggConfig())
         checkExport(*e);
       else
@@ -92,6 +93,32 @@ class Lint {
       default:  // flags and last names: source1 is compared with source0
         return Type::source1;
     }
+  }
+
+  // What the entry would do: an entry must have something to make (or
+  // mount) and a place for it; a member is realised as its aggregate is.
+  void checkAction(AgentEnvConfig const& e) {
+    AgentEnvConfig const* aggregate = e.aggConfig().ptr();
+    std::string name = std::string(1, '\'').append(e.name().view()).append(1, '\'');
+    switch (modeAskedFor(e)) {
+      case AgentEnvMode::exp:
+        if (aggregate)
+          warn(e, Type::source0, name + " is a member of the export '" + aggregate->name().str() +
+                                     "': it does nothing, and holds its aggregate's group status back");
+        else if (e.target().isEmpty())
+          warn(e, Type::source0, "an export without a target listens nowhere");
+        return;
+      case AgentEnvMode::instantiate:
+        if (aggregate && !e.source0().isEmpty())
+          warn(e, Type::source0, "source0 is ignored: a member is made as its aggregate '" +
+                                     aggregate->name().str() + "' is, by instantiation");
+        else if (e.typeName().isEmpty())
+          warn(e, Type::uType, name + " has neither a source0 nor a typeName: there is nothing to make");
+        break;
+      default:
+        break;
+    }
+    if (!aggregate && e.target().isEmpty()) warn(e, Type::target, name + " has no target: there is nowhere to put what it makes");
   }
 
   void checkTarget(AgentEnvConfig const& e) {

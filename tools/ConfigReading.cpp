@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "AgentEnv/ConfigFileSearch.h"
+#include "PrintableText.h"
 #include "Subcommand.h"
 
 namespace Zet::Tool {
@@ -59,10 +60,8 @@ void readFile(ConfigFileParser& parser, String8 const& file, Findings& findings,
         parser.handleConfigFile();
     } catch (Exception const& e) {
       ConfigFileParser::IncludeSite site = parser.includeSite(parser.failedFile());
-      if (site.file.isEmpty())
-        std::cerr << "agentenv " << who << ": " << e.what() << std::endl;
-      else
-        std::cerr << site.file << ':' << site.line << ": " << e.what() << std::endl;
+      std::string where = site.file.isEmpty() ? "agentenv " + who : site.file.str() + ':' + std::to_string(site.line);
+      std::cerr << printable(where + ": " + e.what()) << std::endl;
       findings.unreadableFile = true;
     }
     findings.errors += parser.parsingErrorsCount() + parser.attributeErrorsCount();

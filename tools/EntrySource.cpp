@@ -12,11 +12,7 @@ void EntrySource::addTo(CLI::App& subcommand) {
 }
 
 AgentView EntrySource::view(std::string const& who) const {
-  if (files.files.empty()) return AgentView::ofAgent(control);
-  Findings findings;
-  AgentView view = AgentView::ofFiles(files, who, findings);
-  if (findings.unreadableFile) throw UsageError("a configuration file could not be read");
-  return view;
+  return files.files.empty() ? AgentView::ofAgent(control) : AgentView::ofCleanFiles(files, who);
 }
 
 }  // namespace Zet::Tool

@@ -8,6 +8,7 @@
 
 #include "DependencyCycles.h"
 #include "Help.h"
+#include "PrintableText.h"
 
 namespace Zet::Tool {
 namespace {
@@ -20,7 +21,7 @@ std::string quoted(std::string_view text) {
     if (c == '"' || c == '\\') out += '\\';
     out += c;
   }
-  return out + '"';
+  return printable(out + '"');
 }
 
 char const* colour(St::Status s) {

@@ -49,9 +49,7 @@ ConfigFiles PlanCommand::filesAsTheAgentReads() const {
 
 int PlanCommand::run() {
   AgentView agent = AgentView::ofAgent(control_);
-  Findings findings;
-  AgentView wanted = AgentView::ofFiles(filesAsTheAgentReads(), "plan", findings);
-  if (findings.unreadableFile || findings.errors) throw UsageError("the files have errors; there is no plan");
+  AgentView wanted = AgentView::ofCleanFiles(filesAsTheAgentReads(), "plan");
   bool refused = false;
   for (EntryChange const& change : planChanges(*agent.configs, agent.statuses.ptr(), *wanted.configs)) {
     std::string kind = kindText(change.kind);

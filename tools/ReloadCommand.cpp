@@ -8,6 +8,7 @@
 #include "AgentHost.h"
 #include "AgentView.h"
 #include "Help.h"
+#include "PrintableText.h"
 #include "Zet/Activity.h"
 
 namespace Zet::Tool {
@@ -39,7 +40,7 @@ int ReloadCommand::run() {
   if (::kill(pid_t(host->pid()), SIGHUP) != 0) throw UsageError("the agent host at " + control_.path() + " is gone");
   bool answered = ActivityFacility::loop().runUntil([&] { return host->reloads() > before; }, kAnswerTimeout);
   if (!answered) throw UsageError("the agent host at " + control_.path() + " did not answer the reload");
-  std::cout << host->lastReload() << std::endl;
+  std::cout << printable(host->lastReload().view()) << std::endl;
   return host->lastReload().view().starts_with("applied") ? kExitOk : kExitProblems;
 }
 

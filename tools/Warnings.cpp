@@ -4,6 +4,8 @@
 #include <ostream>
 #include <tuple>
 
+#include "PrintableText.h"
+
 namespace Zet::Tool {
 
 void Warnings::add(std::string file, unsigned long line, std::string message) {
@@ -16,7 +18,8 @@ void Warnings::print(std::ostream& out) const {
   std::stable_sort(sorted.begin(), sorted.end(), [](Warning const* a, Warning const* b) {
     return std::tie(a->file, a->line) < std::tie(b->file, b->line);
   });
-  for (Warning const* w : sorted) out << w->file << ':' << w->line << ": warning: " << w->message << "\n";
+  for (Warning const* w : sorted)
+    out << printable(w->file + ':' + std::to_string(w->line) + ": warning: " + w->message) << "\n";
   out.flush();
 }
 
