@@ -135,8 +135,9 @@ FilesReading FilesReading::fromJson(std::string const& text) {
   }
 }
 
-void FilesReading::adopt() const {
-  if (::chdir(workingDir.c_str()) != 0)
+void FilesReading::adopt(uint64_t pid) const {
+  std::string folder = "/proc/" + std::to_string(pid) + "/cwd";
+  if (::chdir(folder.c_str()) != 0 && ::chdir(workingDir.c_str()) != 0)
     throw UsageError("cannot read the files as the agent does: its folder '" + workingDir + "' is gone");
   ::setenv("AGENTENV_CONFIGS", searchPath.c_str(), 1);
 }

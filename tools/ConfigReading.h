@@ -3,6 +3,7 @@
 // -D substitutions given on the command line, then each file with what it
 // includes, counting what went wrong.
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -39,9 +40,11 @@ struct FilesReading {
   std::string json() const;
   // UsageError when the text is not one.
   static FilesReading fromJson(std::string const& text);
-  // Makes this process read as described: its working directory and search
-  // path become those of the reading. UsageError when the folder is gone.
-  void adopt() const;
+  // Makes this process read as the process `pid` (on this machine) does: its
+  // working directory (the very folder, even one moved or deleted since,
+  // when /proc shows it; else the folder by name) and search path become
+  // those of the reading. UsageError when neither can be entered.
+  void adopt(uint64_t pid) const;
 };
 
 // What reading the files found.

@@ -41,7 +41,7 @@ ConfigFiles PlanCommand::filesAsTheAgentReads() const {
   files.definitions.insert(files.definitions.begin(), reading.given.definitions.begin(),
                            reading.given.definitions.end());
   if (files_.files.empty()) {
-    reading.adopt();
+    reading.adopt(host->pid());
     files.files = reading.given.files;
   }
   return files;

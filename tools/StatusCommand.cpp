@@ -64,7 +64,8 @@ int StatusCommand::run() {
 bool StatusCommand::watch(AgentView const& view) {
   bool stop = false;
   StopSignals signals(stop);
-  StatusWatch watch(view.statuses, view.configs, std::cout, {entries_, json_});
+  // The table has shown the current statuses; JSON shows them as its first lines.
+  StatusWatch watch(view.statuses, view.configs, std::cout, {.only = entries_, .json = json_, .printCurrent = json_});
   auto gone = [&] { return view.connection->state() != MountStatus::complete; };
   ActivityFacility::loop().runUntil([&] { return stop || gone(); }, ActivityLoop::kMaxDelaySeconds);
   if (!gone()) return true;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <utility>
 
 #include "AgentEnv/AgentEnvRoot.h"
 #include "StatusTable.h"
@@ -26,6 +27,8 @@ StatusWatch::StatusWatch(Ptr<AgentEnvStatusDir const> const& statuses, Ptr<Agent
     : configs_(std::move(configs)), out_(out), options_(std::move(options)), alive_(std::make_shared<StatusWatch*>(this)) {
   notifierIs(statuses);
   for (auto const& member : statuses->agentEnvStatuses()) onAgentEnvStatus(Name(member.key()));
+  if (options_.printCurrent) return;
+  for (Name const& name : std::exchange(changed_, {})) printed_[name.str()] = line(notifier()->agentEnvStatus(name));
 }
 
 StatusWatch::~StatusWatch() = default;

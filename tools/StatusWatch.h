@@ -22,6 +22,7 @@ namespace Zet::Tool {
 struct WatchOptions {
   std::vector<std::string> only;  // the entries to watch; every one when empty
   bool json = false;
+  bool printCurrent = true;  // false: the current statuses were shown already
 };
 
 class StatusWatch : private AgentEnvStatusDir::NotifieeConst {
