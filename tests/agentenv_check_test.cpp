@@ -162,12 +162,12 @@ TEST_F(AgentenvCheck, WarnsOfWhatWouldFailAtRunTimeAtItsLine) {
   EXPECT_EQ(r.err.substr(0, expected.size()), expected) << r.err;
   std::string rest = r.err.substr(r.err.find('\n', expected.size()) + 1);
   EXPECT_EQ(rest,
-            "lint.conf:22: warning: ${SOCKET_URI} has no value (-D SOCKET_URI=VALUE): it reads as empty\n"
+            "lint.conf:22: warning: ${SOCKET_URI} has no value (-D SOCKET_URI=VALUE): it reads as empty, or 0 as a number\n"
             "lint.conf:22: warning: source0 '/shared/board' has no scheme: a mount needs tcp://HOST:PORT/PATH or "
             "unix://SOCKET/PATH\n"
             "lint.conf:23: warning: the entry would be refused: sourceNameMismatch: Unsupported: Last component of "
             "path in source1 is \"other\". Does not match last component of source0: \"board\"\n"
-            "lint.conf:26: warning: byte 0xe9 is ignored: the name beside it is read without it\n"
+            "lint.conf:26: warning: byte 0xe9 beside a name is ignored: the name ends or begins there\n"
             "lint.conf:27: warning: a second export on a domain socket: one listens per agent, so this one would "
             "replace the endpoint of 'socket'\n"
             "lint.conf:28: warning: 'noTarget' has no target: there is nowhere to put what it makes\n"

@@ -135,8 +135,10 @@ class Lint {
       warn(e, Type::target,
            "export target '" + target + "' is read as TCP port " + std::to_string(endpoint.port) + " (ports are 1-65535)");
     if (!endpoint.isPort() && !e.target().isAbsolute()) {
+      bool number = target.find_first_not_of("0123456789") == std::string::npos;
       warn(e, Type::target,
-           "export target '" + target + "' is neither a port (1-65535) nor an absolute socket path");
+           "export target '" + target + "' is neither a port (1-65535) nor an absolute socket path" +
+               (number ? ": it would be a socket of that name in the agent's folder" : ""));
       return;
     }
     std::string where = endpoint.text().str();

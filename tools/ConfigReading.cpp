@@ -36,11 +36,11 @@ class RemarksAsWarnings : public ConfigFileParser::Remarks {
       std::snprintf(text, sizeof text, "'%c'", byte);
     else
       std::snprintf(text, sizeof text, "byte 0x%02x", byte);
-    warnings_.add(file.str(), line, std::string(text) + " is ignored: the name beside it is read without it");
+    warnings_.add(file.str(), line, std::string(text) + " beside a name is ignored: the name ends or begins there");
   }
   void onUndefinedSubstitution(String8 const& file, unsigned long line, std::string_view name) override {
     std::string n(name);
-    warnings_.add(file.str(), line, "${" + n + "} has no value (-D " + n + "=VALUE): it reads as empty");
+    warnings_.add(file.str(), line, "${" + n + "} has no value (-D " + n + "=VALUE): it reads as empty, or 0 as a number");
   }
 
  private:
