@@ -26,8 +26,8 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
          "--json writes JSON Lines: one object per entry and line, with the keys entry,\n"
          "mode, status, group, code, message, reason, currentSource, listensOn and\n"
          "waitingFor (\"\" where empty). --watch then prints a line per change, as text or\n"
-         "JSON, for the entries named (every entry without ENTRY), until interrupted or\n"
-         "until the agent goes away.\n");
+         "JSON, for the entries named (every entry without ENTRY; one the agent does not\n"
+         "have yet is watched for), until interrupted or until the agent goes away.\n");
   control_.addTo(*status);
   status->add_flag("--json", json_, "JSON Lines: one object per entry and line");
   status->add_flag("--watch", watch_, "then print each change until interrupted");
