@@ -1,6 +1,5 @@
 #include "AgentEnv/AgentEnvConsistency.h"
 
-
 namespace Zet {
 namespace {
 
@@ -34,16 +33,16 @@ std::optional<ConsistencyRefusal> consistencyRefusal(ConsistencyCase const& c) {
   EntityUri const& source1 = c.config.source1();
   Ptr<AgentEnvConfig> const& aggregate = c.config.aggConfig();
   if (c.mode != AgentEnvMode::init) {
-    if (modeOfSource(c.rootSource0) != c.mode) return refusal(AgentEnvStatus::switchedModes, ": Unsupported: Tried to switch modes");
+    if (modeOfSource(c.rootSource0) != c.mode)
+      return refusal(AgentEnvStatus::switchedModes, ": Unsupported: Tried to switch modes");
     if (isAncestorPath(c.target, c.inEffect))
       return refusal(AgentEnvStatus::grandparent, ": Unsupported: Tried to create grandparent");
   }
   if (c.mode == AgentEnvMode::mount && isMountSource(c.realisedSource0) && !(source0 == c.realisedSource0) &&
       lastName(source0) != lastName(c.realisedSource0))
-    return refusal(AgentEnvStatus::sourceNameMismatch, ": Unsupported: Last component of path in new source0 is " +
-                                                           quoted(lastName(source0)) +
-                                                           ". Does not match last component of old source0: " +
-                                                           quoted(lastName(c.realisedSource0)));
+    return refusal(AgentEnvStatus::sourceNameMismatch,
+                   ": Unsupported: Last component of path in new source0 is " + quoted(lastName(source0)) +
+                       ". Does not match last component of old source0: " + quoted(lastName(c.realisedSource0)));
   if (isMountSource(source0) && isMountSource(source1) && !(source0.query() == source1.query()))
     return refusal(AgentEnvStatus::flagsMismatch, ": Unsupported: Source1 flags don't match those of source0.");
   if (aggregate && !source0.isEmpty() && !aggregate->source0().isEmpty())
@@ -51,13 +50,11 @@ std::optional<ConsistencyRefusal> consistencyRefusal(ConsistencyCase const& c) {
   if (aggregate && !source1.isEmpty() && !aggregate->source1().isEmpty())
     return refusal(AgentEnvStatus::overrideSource, ": Unsupported: Tried to override source1 in nested config.");
   if (aggregate && isMountSource(aggregate->source0()) && !c.config.target().isEmpty())
-    return refusal(AgentEnvStatus::overrideTarget,
-                   ": Unsupported: Tried to override target in nested mount config.");
+    return refusal(AgentEnvStatus::overrideTarget, ": Unsupported: Tried to override target in nested mount config.");
   if (isMountSource(source0) && isMountSource(source1) && lastName(source0) != lastName(source1))
-    return refusal(AgentEnvStatus::sourceNameMismatch, ": Unsupported: Last component of path in source1 is " +
-                                                           quoted(lastName(source1)) +
-                                                           ". Does not match last component of source0: " +
-                                                           quoted(lastName(source0)));
+    return refusal(AgentEnvStatus::sourceNameMismatch,
+                   ": Unsupported: Last component of path in source1 is " + quoted(lastName(source1)) +
+                       ". Does not match last component of source0: " + quoted(lastName(source0)));
   return std::nullopt;
 }
 

@@ -19,12 +19,12 @@ struct ConsistencyRefusal {
 };
 
 struct ConsistencyCase {
-  AgentEnvMode mode;             // the mode the entry is in (init: nothing realised yet)
-  AgentEnvConfig const& config;  // the config as it now stands
-  EntityUri const& rootSource0;  // source0 of the config's root (itself, or its aggregate)
+  AgentEnvMode mode;                 // the mode the entry is in (init: nothing realised yet)
+  AgentEnvConfig const& config;      // the config as it now stands
+  EntityUri const& rootSource0;      // source0 of the config's root (itself, or its aggregate)
   EntityUri const& realisedSource0;  // the source0 the entry was realised from (empty when none)
-  EntityUriPath const& target;   // where the config now puts the entity
-  EntityUriPath const& inEffect;  // where the realised entity is (empty when none)
+  EntityUriPath const& target;       // where the config now puts the entity
+  EntityUriPath const& inEffect;     // where the realised entity is (empty when none)
 };
 
 // The first rule the case breaks, or none.

@@ -335,8 +335,8 @@ class AgentEnvSm : public Entity, public Reactor {
   std::unique_ptr<DirEntryReactor> dirEntryReactor_;
   std::unique_ptr<ZetDependency> dependencyReactor_;
   std::unique_ptr<ZetAggAgentSm> aggAgentSmReactor_;
-  std::unique_ptr<Mounting> mounting_;  // made when a mount needs it
-  std::unique_ptr<Exporting> exporting_;  // made by the first export attempt
+  std::unique_ptr<Mounting> mounting_;      // made when a mount needs it
+  std::unique_ptr<Exporting> exporting_;    // made by the first export attempt
   std::unique_ptr<StatusSets> statusSets_;  // made on first use: only aggregates need them
   Name sourceName_;
   Name targetName_;

@@ -122,7 +122,7 @@ struct AgentEnvSm::Exporting {
 
   std::unique_ptr<EndpointReactor> endpoint;  // null while not listening
   ExportEndpoint listening;                   // what this entry listens on
-  bool replaced = false;  // another export has taken the endpoint
+  bool replaced = false;                      // another export has taken the endpoint
   ActivityLoop::TimerId timer = 0;
   double delay = kFirstDelay;
 };

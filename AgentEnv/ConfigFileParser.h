@@ -218,8 +218,8 @@ Ptr<ConfigFileParser> configFileParserFactory(Ptr<AgentEnvConfigDir> const& conf
 template <>
 struct EnumTexts<ConfigFileParser::AttributeType> {
   static constexpr std::string_view typeName = "ConfigFileParser::AttributeType";
-  static constexpr std::array<std::string_view, 8> texts = {
-      "source0", "source1", "pathSuffix", "target", "timeoutPeriod", "dependency", "uType", "unmountType"};
+  static constexpr std::array<std::string_view, 8> texts = {"source0",       "source1",    "pathSuffix", "target",
+                                                            "timeoutPeriod", "dependency", "uType",      "unmountType"};
 };
 
 }  // namespace Zet

@@ -1,7 +1,6 @@
 #include "AgentEnv/ConfigReader.h"
 
 #include <charconv>
-
 #include <cstdio>
 #include <locale>
 #include <ostream>
@@ -45,7 +44,8 @@ void ConfigReader::echo(char const* text, size_t size) {
 
 void ConfigReader::remarkStrayByte() {
   if (remarkedLine_ != lineOfText_)
-    parser_->remarks()->onIgnoredByteBesideName(parser_->currentFile(), lineOfText_, static_cast<unsigned char>(strayByte_));
+    parser_->remarks()->onIgnoredByteBesideName(parser_->currentFile(), lineOfText_,
+                                                static_cast<unsigned char>(strayByte_));
   remarkedLine_ = lineOfText_;
   strayByte_ = -1;
 }

@@ -40,7 +40,8 @@ void writeFile(std::string const& path, char const* data, size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  std::string pattern = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + std::string("/zet-config-fuzz-XXXXXX");
+  std::string pattern =
+      (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + std::string("/zet-config-fuzz-XXXXXX");
   if (!::mkdtemp(pattern.data())) std::abort();
   sandbox = pattern;
   std::atexit([] { std::filesystem::remove_all(sandbox); });

@@ -10,15 +10,17 @@ namespace {
 // Seconds to wait for the agent's directories.
 constexpr double kReachTimeout = 5.0;
 
-bool settled(MountStatus const& s) { return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress; }
+bool settled(MountStatus const& s) {
+  return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress;
+}
 
 }  // namespace
 
 Ptr<MountStatus> mountFromAgent(ControlSocket const& control, std::string const& path) {
   std::string name = path.substr(path.rfind('/') + 1);
   Name mountName(String8("agentenv-view-" + name));
-  auto config = MountFacility::mountConfigDir()->mountConfigIs(mountName, EntityUri(String8(control.uri(path))),
-                                                                EntityUri());
+  auto config =
+      MountFacility::mountConfigDir()->mountConfigIs(mountName, EntityUri(String8(control.uri(path))), EntityUri());
   config->initTimeoutPeriodIs(kReachTimeout);
   config->targetNameIs(EntityUriPath(String8("/agentenv-view/" + name)));
   return MountFacility::mountStatusDir()->mountStatus(mountName);

@@ -17,8 +17,8 @@ namespace Zet::Tool {
 struct AgentView {
   Ptr<AgentEnvConfigDir const> configs;
   Ptr<AgentEnvStatusDir const> statuses;  // null for files
-  Ptr<ConfigFileParser> parser;          // for files: where each entry was read
-  Ptr<MountStatus const> connection;     // for an agent: how its statuses' mount goes
+  Ptr<ConfigFileParser> parser;           // for files: where each entry was read
+  Ptr<MountStatus const> connection;      // for an agent: how its statuses' mount goes
 
   // The running agent's; UsageError when no agent answers there.
   static AgentView ofAgent(ControlSocket const& control);

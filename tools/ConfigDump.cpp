@@ -24,8 +24,7 @@ template <class Map>
 std::vector<AgentEnvConfig*> sortedByName(Map const& configs) {
   std::vector<AgentEnvConfig*> sorted;
   for (auto const& m : configs) sorted.push_back(raw(m.value()));
-  std::sort(sorted.begin(), sorted.end(),
-            [](AgentEnvConfig* a, AgentEnvConfig* b) { return a->name() < b->name(); });
+  std::sort(sorted.begin(), sorted.end(), [](AgentEnvConfig* a, AgentEnvConfig* b) { return a->name() < b->name(); });
   return sorted;
 }
 

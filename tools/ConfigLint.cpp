@@ -57,7 +57,10 @@ class Lint {
       warn(e, Type::dependency, "dependency '" + dependency.str() + "' names no entry");
     else if (e.aggConfig() && e.aggConfig()->name() == dependency)
       warn(e, Type::dependency,
-           std::string(1, '\'').append(e.name().view()).append("' depends on its own aggregate '").append(dependency.view()) +
+           std::string(1, '\'')
+                   .append(e.name().view())
+                   .append("' depends on its own aggregate '")
+                   .append(dependency.view()) +
                "'");
   }
 
@@ -103,22 +106,25 @@ class Lint {
     switch (modeAskedFor(e)) {
       case AgentEnvMode::exp:
         if (aggregate)
-          warn(e, Type::source0, name + " is a member of the export '" + aggregate->name().str() +
-                                     "': it does nothing, and holds its aggregate's group status back");
+          warn(e, Type::source0,
+               name + " is a member of the export '" + aggregate->name().str() +
+                   "': it does nothing, and holds its aggregate's group status back");
         else if (e.target().isEmpty())
           warn(e, Type::source0, "an export without a target listens nowhere");
         return;
       case AgentEnvMode::instantiate:
         if (aggregate && !e.source0().isEmpty())
-          warn(e, Type::source0, "source0 is ignored: a member is made as its aggregate '" +
-                                     aggregate->name().str() + "' is, by instantiation");
+          warn(e, Type::source0,
+               "source0 is ignored: a member is made as its aggregate '" + aggregate->name().str() +
+                   "' is, by instantiation");
         else if (e.typeName().isEmpty())
           warn(e, Type::uType, name + " has neither a source0 nor a typeName: there is nothing to make");
         break;
       default:
         break;
     }
-    if (!aggregate && e.target().isEmpty()) warn(e, Type::target, name + " has no target: there is nowhere to put what it makes");
+    if (!aggregate && e.target().isEmpty())
+      warn(e, Type::target, name + " has no target: there is nowhere to put what it makes");
   }
 
   void checkTarget(AgentEnvConfig const& e) {
@@ -133,7 +139,8 @@ class Lint {
     if (endpoint.isNowhere()) return;
     if (endpoint.isPort() && !endpoint.portAsWritten)
       warn(e, Type::target,
-           "export target '" + target + "' is read as TCP port " + std::to_string(endpoint.port) + " (ports are 1-65535)");
+           "export target '" + target + "' is read as TCP port " + std::to_string(endpoint.port) +
+               " (ports are 1-65535)");
     if (!endpoint.isPort() && !e.target().isAbsolute()) {
       bool number = target.find_first_not_of("0123456789") == std::string::npos;
       warn(e, Type::target,
@@ -174,8 +181,8 @@ class Lint {
   ConfigFileParser const& parser_;
   Warnings& warnings_;
   std::vector<AgentEnvConfig const*> entries_;
-  std::map<std::string, std::string> exports_;   // endpoint -> first entry exporting it
-  std::map<bool, std::string> firstOfKind_;      // on a port or not -> first entry
+  std::map<std::string, std::string> exports_;  // endpoint -> first entry exporting it
+  std::map<bool, std::string> firstOfKind_;     // on a port or not -> first entry
 };
 
 }  // namespace

@@ -64,7 +64,8 @@ std::vector<EntryChange> planChanges(AgentEnvConfigDir const& running, AgentEnvS
     Ptr<AgentEnvStatus> status = statuses ? statuses->agentEnvStatus(next.name()) : nullptr;
     AgentEnvMode mode = realisedMode(*was, status.ptr());
     EntityUriPath inEffect = mode == AgentEnvMode::init ? EntityUriPath() : was->target();
-    auto refused = consistencyRefusal({mode, next, modeConfig(next).source0(), was->source0(), next.target(), inEffect});
+    auto refused =
+        consistencyRefusal({mode, next, modeConfig(next).source0(), was->source0(), next.target(), inEffect});
     if (refused)
       plan.push_back({next.name().str(), EntryChange::refused, {stringValue(refused->code).str() + refused->trace}});
     else

@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <climits>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -40,7 +40,8 @@ class RemarksAsWarnings : public ConfigFileParser::Remarks {
   }
   void onUndefinedSubstitution(String8 const& file, unsigned long line, std::string_view name) override {
     std::string n(name);
-    warnings_.add(file.str(), line, "${" + n + "} has no value (-D " + n + "=VALUE): it reads as empty, or 0 as a number");
+    warnings_.add(file.str(), line,
+                  "${" + n + "} has no value (-D " + n + "=VALUE): it reads as empty, or 0 as a number");
   }
 
  private:
@@ -101,8 +102,8 @@ SubstitutionsCollection ConfigFiles::substitutions() const {
     size_t equals = definition.find('=');
     std::string_view name = std::string_view(definition).substr(0, equals);
     if (equals == std::string::npos || !isIdentifier(name))
-      throw UsageError("-D takes NAME=VALUE with NAME a letter followed by letters, digits or '_', not '" +
-                       definition + "'");
+      throw UsageError("-D takes NAME=VALUE with NAME a letter followed by letters, digits or '_', not '" + definition +
+                       "'");
     substitutions.mapIs(String8(name), String8(std::string_view(definition).substr(equals + 1)));
   }
   return substitutions;

@@ -26,12 +26,17 @@ std::string quoted(std::string_view text) {
 
 char const* colour(St::Status s) {
   switch (s) {
-    case St::initialized: return "palegreen";
-    case St::inProgress: return "khaki";
+    case St::initialized:
+      return "palegreen";
+    case St::inProgress:
+      return "khaki";
     case St::fail:
-    case St::error: return "salmon";
-    case St::unsupported: return "lightgrey";
-    default: return "white";
+    case St::error:
+      return "salmon";
+    case St::unsupported:
+      return "lightgrey";
+    default:
+      return "white";
   }
 }
 
@@ -64,8 +69,7 @@ int GraphCommand::run() {
   std::set<std::string> onCycle = namesOnCycles(*view.configs);
   std::vector<AgentEnvConfig const*> entries;
   for (auto const& member : view.configs->agentEnvConfigs()) entries.push_back(member.value().ptr());
-  std::sort(entries.begin(), entries.end(),
-            [](auto a, auto b) { return a->name().view() < b->name().view(); });
+  std::sort(entries.begin(), entries.end(), [](auto a, auto b) { return a->name().view() < b->name().view(); });
   std::ostream& out = std::cout;
   out << "digraph agentenv {\n  rankdir=LR;\n  node [shape=box, style=filled, fillcolor=white];\n";
   for (AgentEnvConfig const* e : entries) {

@@ -13,8 +13,7 @@ namespace Zet::Tool {
 
 CLI::App* PlanCommand::addTo(CLI::App& app) {
   CLI::App* plan = app.add_subcommand("plan", "show what reloading files would change in a running agent");
-  helpIs(*plan,
-         "usage: agentenv plan [--control unix:PATH | --agent-name NAME] [-D NAME=VALUE]... [FILE...]",
+  helpIs(*plan, "usage: agentenv plan [--control unix:PATH | --agent-name NAME] [-D NAME=VALUE]... [FILE...]",
          "Compares files with the entries of a running agent and prints what applying them\n"
          "would do to each entry: added, removed, unchanged, updated (attribute: old →\n"
          "new), or refused, when the change could not be applied to what the entry has\n"

@@ -15,9 +15,9 @@
 #include "ConfigPlan.h"
 #include "Help.h"
 #include "ServiceNotifier.h"
+#include "SignalWatch.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
-#include "SignalWatch.h"
 
 namespace Zet::Tool {
 namespace {
@@ -122,7 +122,8 @@ CLI::App* RunCommand::addTo(CLI::App& app) {
          "what 'agentenv plan' shows; files with errors change nothing.\n");
   files_.addTo(*run);
   control_.addTo(*run, false);
-  run->add_option("--agent-name", agentName_, "the agent's name in failure reports (sets AGENT_NAME)")->type_name("NAME");
+  run->add_option("--agent-name", agentName_, "the agent's name in failure reports (sets AGENT_NAME)")
+      ->type_name("NAME");
   run->add_flag("--until-settled", untilSettled_, "stop once no entry can change without outside help");
   run->add_flag("--watch", watch_, "print a line for each change of an entry's status");
   run->footer(

@@ -7,9 +7,9 @@
 #include "AgentEnv/AgentEnv.h"
 #include "AgentView.h"
 #include "Help.h"
+#include "SignalWatch.h"
 #include "StatusTable.h"
 #include "StatusWatch.h"
-#include "SignalWatch.h"
 
 namespace Zet::Tool {
 CLI::App* StatusCommand::addTo(CLI::App& app) {

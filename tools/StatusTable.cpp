@@ -8,8 +8,8 @@
 #include <ostream>
 #include <vector>
 
-#include "AgentEnv/AgentEnvRoot.h"
 #include "AgentEnv/AgentEnvMode.h"
+#include "AgentEnv/AgentEnvRoot.h"
 #include "PrintableText.h"
 #include "Zet/System.h"
 
@@ -21,11 +21,11 @@ namespace {
 bool colourWanted() { return ::isatty(STDOUT_FILENO) && System::getenv("NO_COLOR").isEmpty(); }
 
 std::string coloured(std::string const& status) {
-  char const* code = status == "initialized"                                              ? "32"
-                     : status == "fail" || status == "error"                              ? "31"
-                     : status == "inProgress"                                             ? "33"
-                     : status == "unsupported"                                            ? "35"
-                                                                                          : nullptr;
+  char const* code = status == "initialized"                 ? "32"
+                     : status == "fail" || status == "error" ? "31"
+                     : status == "inProgress"                ? "33"
+                     : status == "unsupported"               ? "35"
+                                                             : nullptr;
   return code ? std::string("\033[") + code + "m" + status + "\033[0m" : status;
 }
 
@@ -42,21 +42,6 @@ std::string oneLine(std::string const& text) {
   }
   return out;
 }
-
-}  // namespace
-
-bool showsReason(AgentEnvStatus const& status) {
-  auto s = status.individualStatus();
-  return s == AgentEnvStatus::fail || s == AgentEnvStatus::error || s == AgentEnvStatus::unsupported;
-}
-
-std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvConfig const> const& config) {
-  std::string text = AgentEnv::statusMessage(status, config).str();
-  if (!status->reason().isEmpty()) text += ": " + status->reason().str();
-  return printable(oneLine(text));
-}
-
-namespace {
 
 // What an entry that has not acted waits for: a dependency (its own, then its
 // aggregate's) that is not initialized, or its aggregate, failed.
@@ -80,6 +65,17 @@ std::string endpointText(AgentEnvConfig const& config) {
 
 }  // namespace
 
+bool showsReason(AgentEnvStatus const& status) {
+  auto s = status.individualStatus();
+  return s == AgentEnvStatus::fail || s == AgentEnvStatus::error || s == AgentEnvStatus::unsupported;
+}
+
+std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvConfig const> const& config) {
+  std::string text = AgentEnv::statusMessage(status, config).str();
+  if (!status->reason().isEmpty()) text += ": " + status->reason().str();
+  return printable(oneLine(text));
+}
+
 StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs) {
   Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
   bool failed = showsReason(s);
@@ -92,7 +88,8 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, 
   row.message = failed ? AgentEnv::statusMessage(&s, config).str() : "";
   row.currentSource = s.currentSource().text().str();
   row.reason = s.reason().str();
-  if (config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig()) row.listensOn = endpointText(*config);
+  if (config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig())
+    row.listensOn = endpointText(*config);
   if (config && s.individualStatus() == AgentEnvStatus::notApplicable) row.waitingFor = waitingFor(*config, statuses);
   row.initialized = s.individualStatus() == AgentEnvStatus::initialized;
   return row;
@@ -109,16 +106,16 @@ std::vector<StatusRow> statusRows(AgentEnvStatusDir const& statuses, AgentEnvCon
 }
 
 std::string StatusRow::json() const {
-  nlohmann::json row{{"entry", entry},   {"mode", mode},       {"status", status},
-          {"group", group},   {"code", code},       {"message", message},
-          {"reason", reason}, {"currentSource", currentSource}, {"listensOn", listensOn},
-          {"waitingFor", waitingFor}};
+  nlohmann::json row{{"entry", entry},         {"mode", mode},
+                     {"status", status},       {"group", group},
+                     {"code", code},           {"message", message},
+                     {"reason", reason},       {"currentSource", currentSource},
+                     {"listensOn", listensOn}, {"waitingFor", waitingFor}};
   return row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 void printStatusJson(std::vector<StatusRow> const& rows, std::ostream& out) {
-  for (StatusRow const& row : rows)
-    out << row.json() << "\n";
+  for (StatusRow const& row : rows) out << row.json() << "\n";
 }
 
 void printStatusTable(std::vector<StatusRow> const& statusRows, std::ostream& out) {

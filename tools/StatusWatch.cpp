@@ -24,7 +24,10 @@ class StatusWatch::EntryWatch : public AgentEnvStatus::NotifieeConst {
 
 StatusWatch::StatusWatch(Ptr<AgentEnvStatusDir const> const& statuses, Ptr<AgentEnvConfigDir const> configs,
                          std::ostream& out, WatchOptions options)
-    : configs_(std::move(configs)), out_(out), options_(std::move(options)), alive_(std::make_shared<StatusWatch*>(this)) {
+    : configs_(std::move(configs)),
+      out_(out),
+      options_(std::move(options)),
+      alive_(std::make_shared<StatusWatch*>(this)) {
   notifierIs(statuses);
   for (auto const& member : statuses->agentEnvStatuses()) onAgentEnvStatus(Name(member.key()));
   if (options_.printCurrent) return;
