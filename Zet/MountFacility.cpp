@@ -1,7 +1,7 @@
 #include "Zet/MountFacility.h"
 
 #include "Zet/Dir.h"
-#include "Zet/MountMachinery.h"
+#include "Zet/mount/MountMachinery.h"
 
 namespace Zet {
 namespace MountFacility {

@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "Zet/AttrLogService.h"
 #include "Zet/Dir.h"
 #include "Zet/TypeMap.h"
+#include "Zet/attrlog/AttrLogService.h"
 
 namespace Zet {
 namespace NboAttrLog {

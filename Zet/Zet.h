@@ -3,7 +3,6 @@
 
 #include "Zet/Activity.h"
 #include "Zet/ActivityLoop.h"
-#include "Zet/AttrLogProtocol.h"
 #include "Zet/ConstructorParameter.h"
 #include "Zet/Dir.h"
 #include "Zet/Entity.h"
@@ -11,7 +10,6 @@
 #include "Zet/Exception.h"
 #include "Zet/Format.h"
 #include "Zet/HashMap.h"
-#include "Zet/ScopedNameRegistry.h"
 #include "Zet/LinkQueue.h"
 #include "Zet/MemberCollection.h"
 #include "Zet/MountFacility.h"
@@ -19,6 +17,7 @@
 #include "Zet/Notifiee.h"
 #include "Zet/Ptr.h"
 #include "Zet/Reactor.h"
+#include "Zet/ScopedNameRegistry.h"
 #include "Zet/String8.h"
 #include "Zet/System.h"
 #include "Zet/Trace.h"

@@ -28,8 +28,8 @@
 #include <string>
 #include <vector>
 
-#include "Zet/Socket.h"
 #include "Zet/Zet.h"
+#include "Zet/attrlog/Socket.h"
 #include "tests/peer/Gauge.h"
 #include "tests/peer/Loopback.h"
 #include "tests/peer/PeerProcess.h"

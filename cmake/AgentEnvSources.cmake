@@ -1,6 +1,15 @@
 # libzetAgentEnv: records, configuration language, state machines, version.
 file(GLOB AGENTENV_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/AgentEnv/*.cpp)
-file(GLOB AGENTENV_HEADERS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/AgentEnv/*.h)
+# The installed headers, named one by one; the state machine's reactors and
+# trace, and the scanner's reader and texts, are internal.
+set(AGENTENV_HEADERS AgentEnv.h AgentEnvConfig.h AgentEnvConfigDir.h AgentEnvConsistency.h AgentEnvDirSm.h
+    AgentEnvDirSmWrapper.h AgentEnvMode.h AgentEnvMonitorDirSm.h AgentEnvMonitorSm.h AgentEnvRoot.h AgentEnvSm.h
+    AgentEnvStatus.h AgentEnvStatusDir.h AgentEnvVersion.h ConfigCollection.h ConfigFileParser.h ConfigFileSearch.h
+    SubstitutionsCollection.h)
+list(TRANSFORM AGENTENV_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/AgentEnv/)
+set(internal AgentEnvSmReactors.h AgentEnvSmTrace.h ConfigReader.h ConfigText.h)
+list(TRANSFORM internal PREPEND ${PROJECT_SOURCE_DIR}/AgentEnv/)
+check_header_lists(AgentEnv "${AGENTENV_HEADERS}" "${internal}")
 add_library(zetAgentEnv SHARED ${AGENTENV_SOURCES})
 add_library(ZetAgentEnv::zetAgentEnv ALIAS zetAgentEnv)
 target_link_libraries(zetAgentEnv PUBLIC zet)

@@ -15,9 +15,9 @@
 #include <string>
 
 #include "AgentEnv/AgentEnv.h"
-#include "Zet/AttrLogSession.h"
-#include "Zet/MountMirror.h"
 #include "Zet/Zet.h"
+#include "Zet/attrlog/AttrLogSession.h"
+#include "Zet/mount/MountMirror.h"
 
 namespace {
 

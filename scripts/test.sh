@@ -18,6 +18,14 @@ echo "== installed package used from another project"
 prefix=$PWD/build/install-check
 rm -rf "$prefix" build/consumer
 cmake --install build/release --prefix "$prefix" >/dev/null
+# Every installed header compiles on its own with only the installed headers:
+# none of them reaches an internal one.
+for header in $(cd "$prefix/include" && find Zet AgentEnv -name '*.h' | sort); do
+  echo "#include \"$header\"" | c++ -std=c++20 -fsyntax-only -I "$prefix/include" -x c++ - ||
+    { echo "installed header $header does not compile on its own"; exit 1; }
+done
+[ ! -e "$prefix/include/Zet/attrlog" ] && [ ! -e "$prefix/include/Zet/mount" ] ||
+  { echo "internal headers were installed"; exit 1; }
 cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build build/consumer
 build/consumer/consumer

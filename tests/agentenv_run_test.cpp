@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "Zet/attrlog/Socket.h"
 #include "tests/peer/ChildProcess.h"
 #include "tests/peer/Loopback.h"
-#include "Zet/Socket.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "Zet/AttrLogProtocol.h"
+#include "Zet/attrlog/AttrLogProtocol.h"
 
 namespace Zet::NboAttrLog {
 namespace {

@@ -16,8 +16,9 @@
 #include <functional>
 #include <string>
 
-#include "Zet/Socket.h"
 #include "Zet/Zet.h"
+#include "Zet/attrlog/AttrLogProtocol.h"
+#include "Zet/attrlog/Socket.h"
 #include "tests/peer/Gauge.h"
 #include "tests/peer/Loopback.h"
 #include "tests/peer/PeerProcess.h"

@@ -7,8 +7,8 @@
 #include <array>
 #include <cstring>
 
-#include "Zet/Socket.h"
 #include "Zet/System.h"
+#include "Zet/attrlog/Socket.h"
 
 namespace Zet::Tool {
 

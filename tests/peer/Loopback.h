@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Zet/Socket.h"
+#include "Zet/attrlog/Socket.h"
 
 namespace Test {
 

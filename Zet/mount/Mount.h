@@ -27,9 +27,9 @@
 
 #include "Zet/ActivityLoop.h"
 #include "Zet/MountConfig.h"
-#include "Zet/MountLink.h"
-#include "Zet/MountMirror.h"
 #include "Zet/MountStatus.h"
+#include "Zet/mount/MountLink.h"
+#include "Zet/mount/MountMirror.h"
 
 namespace Zet {
 

@@ -1,4 +1,4 @@
-#include "Zet/MountMachinery.h"
+#include "Zet/mount/MountMachinery.h"
 
 #include "Zet/Activity.h"
 

@@ -18,8 +18,8 @@
 #include <memory>
 #include <unordered_map>
 
-#include "Zet/AttrLogStream.h"
-#include "Zet/ServedTree.h"
+#include "Zet/attrlog/AttrLogStream.h"
+#include "Zet/attrlog/ServedTree.h"
 
 namespace Zet {
 namespace NboAttrLog {

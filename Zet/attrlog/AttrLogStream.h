@@ -20,10 +20,10 @@
 #include <string>
 
 #include "Zet/ActivityLoop.h"
-#include "Zet/AttrLogProtocol.h"
 #include "Zet/Ptr.h"
-#include "Zet/Socket.h"
 #include "Zet/String8.h"
+#include "Zet/attrlog/AttrLogProtocol.h"
+#include "Zet/attrlog/Socket.h"
 
 namespace Zet {
 namespace NboAttrLog {

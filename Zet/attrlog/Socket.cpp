@@ -1,4 +1,4 @@
-#include "Zet/Socket.h"
+#include "Zet/attrlog/Socket.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

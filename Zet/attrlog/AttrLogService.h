@@ -29,9 +29,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Zet/AttrLogSession.h"
 #include "Zet/NboAttrLog.h"
-#include "Zet/Socket.h"
+#include "Zet/attrlog/AttrLogSession.h"
+#include "Zet/attrlog/Socket.h"
 
 namespace Zet {
 namespace NboAttrLog {

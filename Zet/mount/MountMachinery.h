@@ -9,9 +9,9 @@
 #include <unordered_map>
 
 #include "Zet/LeftBehind.h"
-#include "Zet/Mount.h"
 #include "Zet/MountConfigDir.h"
 #include "Zet/MountStatusDir.h"
+#include "Zet/mount/Mount.h"
 
 namespace Zet {
 

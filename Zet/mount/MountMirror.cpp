@@ -1,4 +1,4 @@
-#include "Zet/MountMirror.h"
+#include "Zet/mount/MountMirror.h"
 
 #include <vector>
 

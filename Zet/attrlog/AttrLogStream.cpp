@@ -1,4 +1,4 @@
-#include "Zet/AttrLogStream.h"
+#include "Zet/attrlog/AttrLogStream.h"
 
 #include <sys/socket.h>
 #include <unistd.h>

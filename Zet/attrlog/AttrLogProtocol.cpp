@@ -1,4 +1,4 @@
-#include "Zet/AttrLogProtocol.h"
+#include "Zet/attrlog/AttrLogProtocol.h"
 
 namespace Zet {
 namespace NboAttrLog {

@@ -1,11 +1,11 @@
-#include "Zet/Mount.h"
+#include "Zet/mount/Mount.h"
 
 #include <algorithm>
 
 #include "Zet/Activity.h"
 #include "Zet/Format.h"
-#include "Zet/MountMachinery.h"
 #include "Zet/Trace.h"
+#include "Zet/mount/MountMachinery.h"
 
 namespace Zet {
 namespace {

@@ -25,8 +25,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Zet/AttrLogProtocol.h"
 #include "Zet/Dir.h"
+#include "Zet/attrlog/AttrLogProtocol.h"
 
 namespace Zet {
 

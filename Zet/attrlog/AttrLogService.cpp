@@ -1,4 +1,4 @@
-#include "Zet/AttrLogService.h"
+#include "Zet/attrlog/AttrLogService.h"
 
 #include <malloc.h>
 #include <sys/stat.h>

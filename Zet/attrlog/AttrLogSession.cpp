@@ -1,4 +1,4 @@
-#include "Zet/AttrLogSession.h"
+#include "Zet/attrlog/AttrLogSession.h"
 
 #include "Zet/Format.h"
 #include "Zet/Trace.h"

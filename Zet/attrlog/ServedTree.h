@@ -25,8 +25,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "Zet/AttrLogProtocol.h"
 #include "Zet/Dir.h"
+#include "Zet/attrlog/AttrLogProtocol.h"
 
 namespace Zet {
 namespace NboAttrLog {

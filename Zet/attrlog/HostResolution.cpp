@@ -1,4 +1,4 @@
-#include "Zet/HostResolution.h"
+#include "Zet/attrlog/HostResolution.h"
 
 #include <netdb.h>
 #include <sys/eventfd.h>

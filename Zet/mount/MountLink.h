@@ -12,10 +12,10 @@
 #include <string>
 #include <unordered_map>
 
-#include "Zet/AttrLogStream.h"
 #include "Zet/EntityUri.h"
-#include "Zet/HostResolution.h"
 #include "Zet/MountStatus.h"
+#include "Zet/attrlog/AttrLogStream.h"
+#include "Zet/attrlog/HostResolution.h"
 
 namespace Zet {
 

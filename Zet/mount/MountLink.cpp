@@ -1,4 +1,4 @@
-#include "Zet/MountLink.h"
+#include "Zet/mount/MountLink.h"
 
 #include "Zet/Activity.h"
 #include "Zet/Format.h"

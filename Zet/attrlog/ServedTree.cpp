@@ -1,4 +1,4 @@
-#include "Zet/ServedTree.h"
+#include "Zet/attrlog/ServedTree.h"
 
 #include <vector>
 
