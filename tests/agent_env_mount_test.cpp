@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-#include "agent_env_support.h"
+#include "tests/agent_env_support.h"
 #include "tests/peer/Loopback.h"
 #include "tests/peer/PeerProcess.h"
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "agent_env_support.h"
+#include "tests/agent_env_support.h"
 
 namespace Zet::testing {
 namespace {

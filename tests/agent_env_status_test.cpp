@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "agent_env_support.h"
+#include "tests/agent_env_support.h"
 
 namespace Zet::testing {
 namespace {

@@ -9,8 +9,8 @@
 #include <functional>
 
 #include "AgentEnv/ConfigFileSearch.h"
-#include "comma_locale.h"
-#include "config_test_support.h"
+#include "tests/comma_locale.h"
+#include "tests/config_test_support.h"
 
 namespace Zet::testing {
 namespace {

@@ -3,7 +3,7 @@
 // diagnostics, substitutions and concatenation, and files far deeper or
 // longer than people write.
 
-#include "config_test_support.h"
+#include "tests/config_test_support.h"
 
 namespace Zet::testing {
 namespace {

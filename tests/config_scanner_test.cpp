@@ -3,7 +3,7 @@
 // and numbers are cut out of the text, and how long a line may be.
 
 #include "AgentEnv/ConfigReader.h"
-#include "config_test_support.h"
+#include "tests/config_test_support.h"
 
 namespace Zet::testing {
 namespace {

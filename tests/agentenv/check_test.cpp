@@ -9,7 +9,7 @@
 #include <iterator>
 #include <map>
 
-#include "config_test_support.h"
+#include "tests/config_test_support.h"
 
 namespace Zet::testing {
 namespace {

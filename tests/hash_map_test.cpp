@@ -1,6 +1,5 @@
-// Keyed collections and queues: a hash map checked against a model under
-// random operations, walks that delete as they go, and the queue's index
-// rules.
+// The keyed collection: checked against a model under random operations,
+// walks that delete as they go, bookmarks, string keys and growth.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +9,6 @@
 #include <string>
 
 #include "Zet/HashMap.h"
-#include "Zet/LinkQueue.h"
 
 namespace Zet {
 namespace {
@@ -20,6 +18,7 @@ Name numbered(char const* prefix, long n) {
   text += std::to_string(n);
   return Name(text);
 }
+
 
 TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
   HashMap<int> map;
@@ -139,35 +138,6 @@ TEST(HashMap, GrowsOnlyWhenNoWalkIsInProgress) {
   map.insert("after", 0);  // grows now
   EXPECT_EQ(map.size(), 66u);
   EXPECT_TRUE(map.isConsistent());
-}
-
-TEST(LinkQueue, KeepsIndicesAndReportsItsLimits) {
-  LinkQueue<std::string> q;
-  EXPECT_EQ(q.enq("a"), 0u);
-  EXPECT_EQ(q.enq("b"), 1u);
-  EXPECT_EQ(q.enq("c"), 2u);
-  EXPECT_EQ(q.deq(), "a");
-  EXPECT_EQ(q.at(2), "c");
-  EXPECT_EQ(q.headIndex(), 1u);
-  try {
-    q.at(0);
-    FAIL();
-  } catch (RangeException const& e) {
-    EXPECT_STREQ(e.what(), "linkqueue index out of range");
-  }
-  EXPECT_THROW(q.at(3), RangeException);
-
-  LinkQueue<int, uint8_t> small;
-  for (int i = 0; i < 256; ++i) small.enq(i);
-  for (int i = 0; i < 100; ++i) small.deq();
-  try {
-    small.enq(0);
-    FAIL();
-  } catch (RangeException const& e) {
-    EXPECT_STREQ(e.what(), "linkqueue index space full");
-  }
-  EXPECT_EQ(small.size(), 156u) << "a full index space loses nothing already queued";
-  EXPECT_EQ(small.at(255), 255);
 }
 
 }  // namespace
