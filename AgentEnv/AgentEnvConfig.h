@@ -44,6 +44,25 @@ class AgentEnvConfig : public Entity {
     virtual void onNextRound() {}
   };
 
+  // The ids of the attributes in the type descriptor; a state machine's
+  // deferred notification of a config change carries the attribute's id.
+  enum Attribute : AttributeId {
+    source0Id = 0x102,
+    dirId,
+    source1Id,
+    targetId,
+    pathSuffixId,
+    typeNameId,
+    notReadyId,
+    dependencyId,
+    timeoutPeriodId,
+    aggConfigId,
+    nestedConfigId,
+    unmountTypeId,
+    configFileId,
+    nextRoundId,
+  };
+
   // The dependency value meaning "a dependency exists but is not yet known".
   static Name const& notReady();
   // Whether a dependency value names another entry ("" and notReady() do not).

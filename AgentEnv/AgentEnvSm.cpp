@@ -1,5 +1,5 @@
 // AgentEnvSm: construction and tear-down, the nested reactors, version
-// numbers and rounds, the status sets, derived values and introspection.
+// numbers, the status sets, derived values and introspection.
 // The handlers live beside this file, one file per concern.
 
 #include "AgentEnv/AgentEnvSm.h"
@@ -20,40 +20,7 @@ std::atomic<bool> localInstantiationSuppressedFlag{false};
 constexpr int kRedispatchAll = -2;
 constexpr int kRegistrationCheck = 265;
 
-// Joins two path texts with exactly one '/'.
-std::string joined(std::string_view head, std::string_view tail) {
-  std::string text(head);
-  if (tail.empty()) return text;
-  if (!text.empty() && text.back() == '/') text.pop_back();
-  if (!tail.starts_with('/')) text += '/';
-  text += tail;
-  return text;
-}
-
 }  // namespace
-
-AgentEnvSm::Mounting& AgentEnvSm::mounting() {
-  if (!mounting_) mounting_ = std::make_unique<Mounting>();
-  return *mounting_;
-}
-
-Ptr<MountConfig> const& AgentEnvSm::mountConfig() const {
-  static Ptr<MountConfig> const none;
-  return mounting_ ? mounting_->config : none;
-}
-
-Ptr<MountConfig> const& AgentEnvSm::prefixMountConfig() const {
-  static Ptr<MountConfig> const none;
-  return mounting_ ? mounting_->prefixConfig : none;
-}
-
-AgentEnvSm::MountStatusReactor* AgentEnvSm::mountStatusReactor() const {
-  return mounting_ ? mounting_->statusReactor.get() : nullptr;
-}
-
-AgentEnvSm::MountStatusReactor* AgentEnvSm::prefixMountStatusReactor() const {
-  return mounting_ ? mounting_->prefixStatusReactor.get() : nullptr;
-}
 
 struct AgentEnvSm::StatusSets {
   std::array<StatusSet, 6> sets;
@@ -148,21 +115,6 @@ void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
     if (r) r->activityConfigIs(activity);
 }
 
-// Points a nested reactor at `notifier`: made on first use, dropped with a
-// null notifier. Returns whether the watched entity changed.
-template <class R, class T, class... Args>
-static bool watch(std::unique_ptr<R>& slot, Ptr<T const> const& notifier, Args&&... makeArgs) {
-  if (!notifier) {
-    bool had = slot != nullptr;
-    slot.reset();
-    return had;
-  }
-  if (slot && slot->notifier() == notifier) return false;
-  if (!slot) slot = std::make_unique<R>(std::forward<Args>(makeArgs)...);
-  slot->notifierIs(notifier);
-  return true;
-}
-
 Ptr<AgentEnvStatus const> AgentEnvSm::dependency() const {
   return dependencyReactor_ ? dependencyReactor_->notifier() : nullptr;
 }
@@ -185,26 +137,6 @@ Ptr<Dir::Entry const> AgentEnvSm::dirEntry() const { return dirEntryReactor_ ? d
 
 void AgentEnvSm::dirEntryIs(Ptr<Dir::Entry const> entry) { watch(dirEntryReactor_, entry, *this); }
 
-Ptr<MountStatus const> AgentEnvSm::mountStatus() const {
-  return mounting_ && mounting_->statusReactor ? mounting_->statusReactor->notifier() : nullptr;
-}
-
-void AgentEnvSm::mountStatusIs(Ptr<MountStatus const> status) {
-  MountStatusReactor::Reactions reactions{&AgentEnvSm::handleMountSource, &AgentEnvSm::handleMountStatus,
-                                          &AgentEnvSm::handleMountRound};
-  if (status || mounting_) watch(mounting().statusReactor, status, *this, reactions);
-}
-
-Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
-  return mounting_ && mounting_->prefixStatusReactor ? mounting_->prefixStatusReactor->notifier() : nullptr;
-}
-
-void AgentEnvSm::prefixMountStatusIs(Ptr<MountStatus const> status) {
-  MountStatusReactor::Reactions reactions{&AgentEnvSm::handlePrefixMountStatus, &AgentEnvSm::handlePrefixMountStatus,
-                                          &AgentEnvSm::handlePrefixMountRound};
-  if (status || mounting_) watch(mounting().prefixStatusReactor, status, *this, reactions);
-}
-
 void AgentEnvSm::versionNumIs(uint32_t n) { attributeIs(versionNum_, n, &NotifieeConst::onVersionNum); }
 
 uint32_t AgentEnvSm::versionNumInc(uint32_t n) {
@@ -218,24 +150,6 @@ void AgentEnvSm::handleParentVersionNumber() {
   if (parentVersion <= versionNum_) return;
   handleConfigAggConfig();
   versionNumIs(std::max(parentVersion, versionNum_));
-}
-
-void AgentEnvSm::handleConfigNextRound() {
-  uint64_t round = config_ ? config_->nextRound() : 0;
-  if (mountConfig()) mountConfig()->nextRoundIs(round);
-  if (prefixMountConfig()) prefixMountConfig()->nextRoundIs(round);
-}
-
-void AgentEnvSm::handleMountRound() {
-  if (!status_) return;
-  Ptr<MountStatus const> ms = mountStatus();
-  status_->roundIs(ms ? ms->round() : 0);
-}
-
-void AgentEnvSm::handlePrefixMountRound() {
-  if (!status_) return;
-  Ptr<MountStatus const> ms = prefixMountStatus();
-  status_->roundIs(ms ? ms->round() : 0);
 }
 
 // The six sets are indexed by Status; they exist only once something is
@@ -302,25 +216,24 @@ EntityUriPath AgentEnvSm::configTarget() const {
     below.push_back(at);
     at = at->aggConfig().ptr();
   }
-  std::string path(at->target().text().view());
+  // The nested configs' paths are joined first and appended once: a chain of
+  // a million members costs the length of its path, not its square.
+  std::string suffix;
   for (auto it = below.rbegin(); it != below.rend(); ++it) {
     AgentEnvConfig const& nested = **it;
-    std::string_view name =
-        nested.pathSuffix().isEmpty() ? nested.name().view() : nested.pathSuffix().entityPath().text().view();
-    if (!path.empty() && path.back() != '/' && !name.starts_with('/')) path += '/';
-    path += name;
+    suffix += '/';
+    suffix += nested.pathSuffix().isEmpty() ? nested.name().view() : nested.pathSuffix().entityPath().text().view();
   }
-  return EntityUriPath(String8(path));
-}
-
-Name AgentEnvSm::prefixMountName() const {
-  Ptr<AgentEnvConfig const> root = rootConfig();
-  return root ? root->name() : Name();
+  EntityUriPath path = at->target();
+  path += EntityUriPath(String8(suffix));
+  return path;
 }
 
 EntityUriPath AgentEnvSm::targetInEffect() const {
   if (!targetDir_) return EntityUriPath();
-  return EntityUriPath(String8(joined(targetDir_->fullName().view(), targetName_.view())));
+  EntityUriPath path(targetDir_->fullName());
+  path += EntityUriPath(targetName_);
+  return path;
 }
 
 void AgentEnvSm::hasNotificationActiveIs(bool active) {
@@ -348,15 +261,15 @@ void AgentEnvSm::handleNotification(ActivityConfig*) {
 void AgentEnvSm::onNotification(int code) {
   switch (static_cast<AttributeId>(code)) {
     case kActIfReady: doActionIfReady(); return;
-    case 0x102: return handleConfigSource0();
-    case 0x104: return handleConfigSource1();
-    case 0x105: return handleConfigTarget();
-    case 0x106: return handleConfigPathSuffix();
-    case 0x107: return handleConfigTypeName();
-    case 0x10a: return handleConfigTimeoutPeriod();
-    case 0x10b: return handleConfigAggConfig();
-    case 0x10d: return handleConfigUnmountType();
-    case 0x10f: return handleConfigNextRound();
+    case AgentEnvConfig::source0Id: return handleConfigSource0();
+    case AgentEnvConfig::source1Id: return handleConfigSource1();
+    case AgentEnvConfig::targetId: return handleConfigTarget();
+    case AgentEnvConfig::pathSuffixId: return handleConfigPathSuffix();
+    case AgentEnvConfig::typeNameId: return handleConfigTypeName();
+    case AgentEnvConfig::timeoutPeriodId: return handleConfigTimeoutPeriod();
+    case AgentEnvConfig::aggConfigId: return handleConfigAggConfig();
+    case AgentEnvConfig::unmountTypeId: return handleConfigUnmountType();
+    case AgentEnvConfig::nextRoundId: return handleConfigNextRound();
     default: return;
   }
 }

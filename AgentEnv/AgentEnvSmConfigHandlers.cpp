@@ -7,13 +7,6 @@
 #include "AgentEnv/AgentEnvSmTrace.h"
 
 namespace Zet {
-void AgentEnvSm::outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s, String8 const& reason) {
-  if (!status_) return;
-  status_->reasonIs(reason);
-  status_->statusCodeIs(code);
-  status_->individualStatusIs(s);
-}
-
 // Runs apply(config, label) on the main mount configuration (traced under
 // mainLabel) and then on the prefix mount's, each only when it exists.
 template <class Apply>
@@ -48,12 +41,6 @@ void AgentEnvSm::handleConfigSource0() {
   SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(name) << ") on prefixMountConfig";
   prefixMountConfig()->sourceNameIs(name);
   doActionIfReady();
-}
-
-bool AgentEnvSm::doRefuseInvalidSource0() {
-  SM_TRACE(0) << ": Error: source0 is invalid URI.";
-  outcomeIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
-  return false;
 }
 
 void AgentEnvSm::handleConfigSource1() {

@@ -8,12 +8,6 @@
 
 namespace Zet {
 
-bool AgentEnvSm::doRefuseSwitchedModes() {
-  SM_TRACE(0) << ": Unsupported: Tried to switch modes.";
-  outcomeIs(AgentEnvStatus::switchedModes, AgentEnvStatus::unsupported);
-  return false;
-}
-
 void AgentEnvSm::doInstantiationAttempt() {
   if (mode_ == init && doTargetInstantiationAttempt()) return;
   // Already made: a late request to act (an aggregate asked by several

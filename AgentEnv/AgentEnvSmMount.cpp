@@ -7,6 +7,9 @@
 // whole tree below the aggregate's source: a member only waits for it and
 // then finds its entity at its place. A member with a target of its own
 // mounts on its own.
+//
+// Here too: the mount configurations the state machine holds, the reactors on
+// their statuses, and the rounds they report.
 
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmReactors.h"
@@ -148,6 +151,74 @@ void AgentEnvSm::maybeDeleteMountConfig() {
     mounting_->prefixConfig = nullptr;
     prefixMountStatusIs(nullptr);
   }
+}
+
+// ---- The mount configurations, their status reactors and rounds ----------
+
+AgentEnvSm::Mounting& AgentEnvSm::mounting() {
+  if (!mounting_) mounting_ = std::make_unique<Mounting>();
+  return *mounting_;
+}
+
+Ptr<MountConfig> const& AgentEnvSm::mountConfig() const {
+  static Ptr<MountConfig> const none;
+  return mounting_ ? mounting_->config : none;
+}
+
+Ptr<MountConfig> const& AgentEnvSm::prefixMountConfig() const {
+  static Ptr<MountConfig> const none;
+  return mounting_ ? mounting_->prefixConfig : none;
+}
+
+AgentEnvSm::MountStatusReactor* AgentEnvSm::mountStatusReactor() const {
+  return mounting_ ? mounting_->statusReactor.get() : nullptr;
+}
+
+AgentEnvSm::MountStatusReactor* AgentEnvSm::prefixMountStatusReactor() const {
+  return mounting_ ? mounting_->prefixStatusReactor.get() : nullptr;
+}
+
+Ptr<MountStatus const> AgentEnvSm::mountStatus() const {
+  return mounting_ && mounting_->statusReactor ? mounting_->statusReactor->notifier() : nullptr;
+}
+
+void AgentEnvSm::mountStatusIs(Ptr<MountStatus const> status) {
+  MountStatusReactor::Reactions reactions{&AgentEnvSm::handleMountSource, &AgentEnvSm::handleMountStatus,
+                                          &AgentEnvSm::handleMountRound};
+  if (status || mounting_) watch(mounting().statusReactor, status, *this, reactions);
+}
+
+Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
+  return mounting_ && mounting_->prefixStatusReactor ? mounting_->prefixStatusReactor->notifier() : nullptr;
+}
+
+void AgentEnvSm::prefixMountStatusIs(Ptr<MountStatus const> status) {
+  MountStatusReactor::Reactions reactions{&AgentEnvSm::handlePrefixMountStatus, &AgentEnvSm::handlePrefixMountStatus,
+                                          &AgentEnvSm::handlePrefixMountRound};
+  if (status || mounting_) watch(mounting().prefixStatusReactor, status, *this, reactions);
+}
+
+void AgentEnvSm::handleConfigNextRound() {
+  uint64_t round = config_ ? config_->nextRound() : 0;
+  if (mountConfig()) mountConfig()->nextRoundIs(round);
+  if (prefixMountConfig()) prefixMountConfig()->nextRoundIs(round);
+}
+
+void AgentEnvSm::handleMountRound() {
+  if (!status_) return;
+  Ptr<MountStatus const> ms = mountStatus();
+  status_->roundIs(ms ? ms->round() : 0);
+}
+
+void AgentEnvSm::handlePrefixMountRound() {
+  if (!status_) return;
+  Ptr<MountStatus const> ms = prefixMountStatus();
+  status_->roundIs(ms ? ms->round() : 0);
+}
+
+Name AgentEnvSm::prefixMountName() const {
+  Ptr<AgentEnvConfig const> root = rootConfig();
+  return root ? root->name() : Name();
 }
 
 }  // namespace Zet

@@ -127,4 +127,19 @@ struct AgentEnvSm::Exporting {
   double delay = kFirstDelay;
 };
 
+// Points a nested reactor at `notifier`: made on first use, dropped with a
+// null notifier. Returns whether the watched entity changed.
+template <class R, class T, class... Args>
+inline bool watch(std::unique_ptr<R>& slot, Ptr<T const> const& notifier, Args&&... makeArgs) {
+  if (!notifier) {
+    bool had = slot != nullptr;
+    slot.reset();
+    return had;
+  }
+  if (slot && slot->notifier() == notifier) return false;
+  if (!slot) slot = std::make_unique<R>(std::forward<Args>(makeArgs)...);
+  slot->notifierIs(notifier);
+  return true;
+}
+
 }  // namespace Zet

@@ -1,5 +1,5 @@
-// AgentEnvSm: individual and group statuses, and the status sets of an
-// aggregate's state machine.
+// AgentEnvSm: individual and group statuses, the status sets of an
+// aggregate's state machine, and the outcomes the other parts write.
 
 #include "AgentEnv/AgentEnvSm.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
@@ -56,6 +56,27 @@ void AgentEnvSm::doComputeGroupStatus() {
     group = St::notApplicable;
   ZET_TRACE_AT("AgentEnvSm", 2) << name() << ": Setting group status to " << group;
   status_->groupStatusIs(group);
+}
+
+// ---- Outcomes: a code, then the status it goes with -------------------------
+
+void AgentEnvSm::outcomeIs(AgentEnvStatus::StatusCode code, AgentEnvStatus::Status s, String8 const& reason) {
+  if (!status_) return;
+  status_->reasonIs(reason);
+  status_->statusCodeIs(code);
+  status_->individualStatusIs(s);
+}
+
+bool AgentEnvSm::doRefuseInvalidSource0() {
+  SM_TRACE(0) << ": Error: source0 is invalid URI.";
+  outcomeIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
+  return false;
+}
+
+bool AgentEnvSm::doRefuseSwitchedModes() {
+  SM_TRACE(0) << ": Unsupported: Tried to switch modes.";
+  outcomeIs(AgentEnvStatus::switchedModes, AgentEnvStatus::unsupported);
+  return false;
 }
 
 }  // namespace Zet
