@@ -97,6 +97,9 @@ class AgentEnvSm : public Entity, public Reactor {
   uint32_t versionNumInc(uint32_t n);
 
   Mode mode() const { return mode_; }
+  // Whether an attempt of mode `m` may run: nothing is realised yet, or it
+  // is realised in that mode.
+  bool mayActIn(Mode m) const { return mode_ == init || mode_ == m; }
   void modeIs(Mode m) { attributeIs(mode_, m, &NotifieeConst::onMode); }
   Consistency consistency() const { return consistency_; }
   void consistencyIs(Consistency c) { attributeIs(consistency_, c, &NotifieeConst::onConsistency); }

@@ -79,7 +79,7 @@ bool AgentEnvSm::doReportExportFailure(ListenException const& e) {
 
 bool AgentEnvSm::doExportAttempt() {
   SM_TRACE(2) << ": Do Export Attempt " << inQuotes(config_->target());
-  if (mode_ != init && mode_ != exp) return doRefuseSwitchedModes();
+  if (!mayActIn(exp)) return doRefuseSwitchedModes();
   modeIs(exp);
   ExportEndpoint endpoint = exportEndpoint(config_->target().text());
   Ptr<NboAttrLog::ConnectionDir> connections = NboAttrLog::connectionDir();

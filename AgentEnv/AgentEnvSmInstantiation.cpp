@@ -13,7 +13,7 @@ void AgentEnvSm::doInstantiationAttempt() {
   // Already made: a late request to act (an aggregate asked by several
   // members, say) has nothing left to do.
   if (mode_ == instantiate && status_ && status_->individualStatus() == AgentEnvStatus::initialized) return;
-  if (mode_ == mount ? configTarget() == targetInEffect() : mode_ != init && mode_ != instantiate) {
+  if (mode_ == mount ? configTarget() == targetInEffect() : !mayActIn(instantiate)) {
     doRefuseSwitchedModes();
     return;
   }
@@ -169,7 +169,7 @@ void AgentEnvSm::handleDirEntryStatus() {
   Ptr<Dir::Entry const> entry = dirEntry();
   if (!entry || entry->status() == Dir::Entry::Status::notCurrent) return;
   dirEntryIs(nullptr);
-  if (mode_ == init || mode_ == instantiate) doActionIfReady();
+  if (mayActIn(instantiate)) doActionIfReady();
 }
 
 }  // namespace Zet

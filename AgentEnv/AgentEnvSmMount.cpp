@@ -37,7 +37,7 @@ Sc AgentEnvSm::mountScToAgentEnvSc(unsigned code) const {
 }
 
 bool AgentEnvSm::doMountingAttempt() {
-  if (mode_ != init && mode_ != mount) return doRefuseSwitchedModes();
+  if (!mayActIn(mount)) return doRefuseSwitchedModes();
   modeIs(mount);
   SM_TRACE(2) << ": Trying to mount.";
   EntityUriPath const& rootTarget = rootConfig()->target();
@@ -83,7 +83,7 @@ bool AgentEnvSm::doMemberMountingAttempt() {
 
 bool AgentEnvSm::doPrefixMountingAttempt() {
   if (mountStatus()) return true;
-  if (mode_ != init && mode_ != mount) return false;  // the aggregate itself is not mounted
+  if (!mayActIn(mount)) return false;  // the aggregate itself is not mounted
   return doMountingAttempt();
 }
 
