@@ -4,9 +4,7 @@
 
 namespace Zet {
 
-Reactor::~Reactor() {
-  if (token_) token_->reactor = nullptr;
-}
+Reactor::~Reactor() = default;
 
 void Reactor::activate() {
   if (active_) throwRangeException("entity reactor is already active");
@@ -36,10 +34,7 @@ void Reactor::deliveryRequest() {
     handleNotification(nullptr);
     return;
   }
-  if (!token_) token_ = new Token(this);
-  activity_->loop()->deferredCallIs([token = token_] {
-    if (token->reactor) token->reactor->deliverQueued();
-  });
+  activity_->loop()->deferredCallIs(liveness_.guarded([this] { deliverQueued(); }));
   queued_ = true;
 }
 

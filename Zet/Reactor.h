@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "Zet/Activity.h"
+#include "Zet/Liveness.h"
 #include "Zet/Ptr.h"
 
 namespace Zet {
@@ -78,16 +79,11 @@ class Reactor {
   virtual void onZombie(bool) {}
 
  private:
-  // Shared with the queued call, which reaches the reactor only through it.
-  struct Token : PtrInterface {
-    explicit Token(Reactor* r) : reactor(r) {}
-    Reactor* reactor;
-  };
   void deliveryRequest();
   void deliverQueued();
 
   Ptr<ActivityConfig> activity_;  // where deliveries run; null: at once
-  Ptr<Token> token_;              // made on the first queued call; emptied by the destructor
+  Liveness liveness_;             // a queued delivery reaches the reactor only while it lives
   int pendingCode_ = 0;           // the code awaiting delivery, when hasPending_
   bool hasPending_ = false;
   bool queued_ = false;  // a delivery call is queued on a loop

@@ -24,10 +24,7 @@ class StatusWatch::EntryWatch : public AgentEnvStatus::NotifieeConst {
 
 StatusWatch::StatusWatch(Ptr<AgentEnvStatusDir const> const& statuses, Ptr<AgentEnvConfigDir const> configs,
                          std::ostream& out, WatchOptions options)
-    : configs_(std::move(configs)),
-      out_(out),
-      options_(std::move(options)),
-      alive_(std::make_shared<StatusWatch*>(this)) {
+    : configs_(std::move(configs)), out_(out), options_(std::move(options)) {
   notifierIs(statuses);
   for (auto const& member : statuses->agentEnvStatuses()) onAgentEnvStatus(Name(member.key()));
   if (options_.printCurrent) return;
@@ -53,9 +50,7 @@ void StatusWatch::changed(Name const& name) {
   changed_.push_back(name);
   if (printQueued_) return;
   printQueued_ = true;
-  ActivityFacility::loop().deferredCallIs([alive = std::weak_ptr<StatusWatch*>(alive_)] {
-    if (auto watch = alive.lock()) (*watch)->printChanges();
-  });
+  ActivityFacility::loop().deferredCallIs(liveness_.guarded([this] { printChanges(); }));
 }
 
 void StatusWatch::printChanges() {

@@ -16,6 +16,7 @@
 
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvStatusDir.h"
+#include "Zet/Liveness.h"
 
 namespace Zet::Tool {
 
@@ -45,7 +46,7 @@ class StatusWatch : private AgentEnvStatusDir::NotifieeConst {
   std::unordered_map<std::string, std::string> printed_;  // the last line of each entry
   std::vector<Name> changed_;
   bool printQueued_ = false;
-  std::shared_ptr<StatusWatch*> alive_;
+  Liveness liveness_;
 };
 
 }  // namespace Zet::Tool

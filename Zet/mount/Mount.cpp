@@ -51,15 +51,12 @@ std::string Mount::pathBelowPrefix(EntityUri const& primary) const {
 }
 
 Mount::Mount(MountMachinery& machinery, Ptr<MountConfig> const& config, Ptr<MountStatus> status)
-    : machinery_(machinery), config_(config), status_(std::move(status)), alive_(std::make_shared<Mount*>(this)) {
+    : machinery_(machinery), config_(config), status_(std::move(status)) {
   notifierIs(config);
   restartSoon();
 }
 
-Mount::~Mount() {
-  stop();
-  alive_.reset();
-}
+Mount::~Mount() { stop(); }
 
 EntityUri Mount::source(int index) const {
   auto prefixOf = [&](int i) -> EntityUri const& {
@@ -91,12 +88,10 @@ void Mount::unmount() {
 void Mount::restartSoon() {
   if (restartQueued_ || stopped_) return;
   restartQueued_ = true;
-  loop().deferredCallIs([alive = std::weak_ptr<Mount*>(alive_)] {
-    if (auto mount = alive.lock()) {
-      (*mount)->restartQueued_ = false;
-      if (!(*mount)->stopped_) (*mount)->attempt();
-    }
-  });
+  loop().deferredCallIs(liveness_.guarded([this] {
+    restartQueued_ = false;
+    if (!stopped_) attempt();
+  }));
 }
 
 void Mount::onTargetName() {
@@ -149,13 +144,10 @@ void Mount::attempt() {
   if (!mirror_.root())
     if (Ptr<Entity> left = machinery_.leftBehind().taken(config_->name(), LeftBehind::entryAt(target)))
       mirror_.adopt(left);
-  timeoutTimer_ = loop().timerIs(config_->initTimeoutPeriod(), [alive = std::weak_ptr<Mount*>(alive_)] {
-    if (auto mount = alive.lock()) {
-      (*mount)->timeoutTimer_ = 0;
-      (*mount)->fail(MountStatus::timedOut,
-                     format("no snapshot within %g s", (*mount)->config_->initTimeoutPeriod()), true);
-    }
-  });
+  timeoutTimer_ = loop().timerIs(config_->initTimeoutPeriod(), liveness_.guarded([this] {
+    timeoutTimer_ = 0;
+    fail(MountStatus::timedOut, format("no snapshot within %g s", config_->initTimeoutPeriod()), true);
+  }));
   // A retry after a failure leaves the status as the failure left it until
   // it succeeds or fails otherwise: a source that stays away is one
   // failure, not a failure each pause. Last: a watcher of the status may
@@ -246,12 +238,10 @@ void Mount::fail(MountStatus::Code code, String8 const& reason, bool trySourceEl
   if (trySourceElsewhere && !source(1).isEmpty()) sourceIndex_ ^= 1;
   double delay = retryDelay_;
   retryDelay_ = std::min(retryDelay_ * 2, kMaxRetryDelay);
-  retryTimer_ = loop().timerIs(delay, [alive = std::weak_ptr<Mount*>(alive_)] {
-    if (auto mount = alive.lock()) {
-      (*mount)->retryTimer_ = 0;
-      (*mount)->attempt();
-    }
-  });
+  retryTimer_ = loop().timerIs(delay, liveness_.guarded([this] {
+    retryTimer_ = 0;
+    attempt();
+  }));
 }
 
 void Mount::error(MountStatus::Code code, String8 const& reason) {

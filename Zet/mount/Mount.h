@@ -26,6 +26,7 @@
 #include <string>
 
 #include "Zet/ActivityLoop.h"
+#include "Zet/Liveness.h"
 #include "Zet/MountConfig.h"
 #include "Zet/MountStatus.h"
 #include "Zet/mount/MountLink.h"
@@ -90,7 +91,7 @@ class Mount : private MountConfig::NotifieeConst, private MountLink::Subscriber 
   ActivityLoop::TimerId timeoutTimer_ = 0;
   bool restartQueued_ = false;
   bool stopped_ = false;
-  std::shared_ptr<Mount*> alive_;  // deferred calls hold it; null once destroyed
+  Liveness liveness_;  // deferred calls and timers reach the mount only while it lives
 };
 
 }  // namespace Zet
