@@ -140,6 +140,18 @@ void FrameWriter::idFrame(Kind kind, uint32_t value) {
   finish();
 }
 
+Greeting greetingOf(Message const& first) {
+  if (first.kind != Kind::hello) return Greeting::missing;
+  return first.version == kProtocolVersion ? Greeting::accepted : Greeting::otherVersion;
+}
+
+std::string greetingProblem(Greeting greeting, Message const& first, std::string_view peer) {
+  std::string text(peer);
+  if (greeting == Greeting::missing) return text + " did not begin with a greeting";
+  return text + " speaks protocol version " + std::to_string(first.version) + ", this process " +
+         std::to_string(kProtocolVersion);
+}
+
 void FrameWriter::hello() {
   open(Kind::hello);
   out_.append(kMagic);

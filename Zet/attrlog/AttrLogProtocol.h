@@ -60,6 +60,14 @@ enum class Decoded { frame, needMore, malformed };
 // cannot be a frame of this protocol (error says why).
 Decoded decodeFrame(std::string_view bytes, Message& message, size_t& used, std::string& error);
 
+// What a peer's first frame says; both ends check it the same way.
+enum class Greeting { accepted, missing, otherVersion };
+Greeting greetingOf(Message const& first);
+// Why a first frame that is not accepted ends the conversation, naming the
+// peer: "P did not begin with a greeting", "P speaks protocol version 2, this
+// process 1".
+std::string greetingProblem(Greeting greeting, Message const& first, std::string_view peer);
+
 // Appends frames to out. An entity or update frame is opened, given its
 // attributes and closed; an attribute that would make the frame larger than
 // kMaxFrameBytes is left out (and counted in droppedAttributes).

@@ -66,11 +66,11 @@ void AttrLogSession::onMessage(Message const& m) {
 }
 
 void AttrLogSession::greet(Message const& m) {
-  if (m.kind != Kind::hello) return end(format("%s did not begin with a greeting", stream_->peer().charPtr()));
-  if (m.version != kProtocolVersion) {
+  Greeting greeting = greetingOf(m);
+  if (greeting == Greeting::missing) return end(String8(greetingProblem(greeting, m, stream_->peer().view())));
+  if (greeting == Greeting::otherVersion) {
     // Our greeting, already sent, tells the peer which version we speak.
-    ZET_TRACE_AT("NboAttrLog", 0) << stream_->peer() << " speaks protocol version " << m.version << ", not "
-                                  << kProtocolVersion << "; closing";
+    ZET_TRACE_AT("NboAttrLog", 0) << greetingProblem(greeting, m, stream_->peer().view()) << "; closing";
     stream_->closeAfterSending();
     return finish();
   }

@@ -105,12 +105,11 @@ void MountLink::greet(NboAttrLog::Message const& m) {
   if (m.kind == Kind::refused)
     return down(MountStatus::permissionDenied, format("%s refused us: %.*s", peer_.charPtr(),
                                                       int(m.name.size()), m.name.data()));
-  if (m.kind != Kind::hello)
-    return down(MountStatus::disconnected, format("%s did not begin with a greeting", peer_.charPtr()));
-  if (m.version != NboAttrLog::kProtocolVersion)
-    return down(MountStatus::protocolVersionMismatch,
-                format("%s speaks protocol version %u, this process %u", peer_.charPtr(),
-                       unsigned(m.version), unsigned(NboAttrLog::kProtocolVersion)));
+  NboAttrLog::Greeting greeting = NboAttrLog::greetingOf(m);
+  if (greeting != NboAttrLog::Greeting::accepted)
+    return down(greeting == NboAttrLog::Greeting::missing ? MountStatus::disconnected
+                                                           : MountStatus::protocolVersionMismatch,
+                String8(NboAttrLog::greetingProblem(greeting, m, peer_.view())));
   greeted_ = true;
 }
 
