@@ -76,6 +76,10 @@ std::string failureText(Ptr<AgentEnvStatus const> const& status, Ptr<AgentEnvCon
   return printable(oneLine(text));
 }
 
+bool isNamed(std::vector<std::string> const& only, std::string_view entry) {
+  return only.empty() || std::find(only.begin(), only.end(), entry) != only.end();
+}
+
 StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs) {
   Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
   bool failed = showsReason(s);
@@ -99,7 +103,7 @@ std::vector<StatusRow> statusRows(AgentEnvStatusDir const& statuses, AgentEnvCon
                                   std::vector<std::string> const& only) {
   std::vector<StatusRow> rows;
   for (auto const& member : statuses.agentEnvStatuses())
-    if (only.empty() || std::find(only.begin(), only.end(), member.key().view()) != only.end())
+    if (isNamed(only, member.key().view()))
       rows.push_back(statusRow(*member.value(), statuses, configs));
   std::sort(rows.begin(), rows.end(), [](StatusRow const& a, StatusRow const& b) { return a.entry < b.entry; });
   return rows;

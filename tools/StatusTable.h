@@ -32,6 +32,9 @@ struct StatusRow {
   std::string json() const;
 };
 
+// Whether `entry` is among the entries named; every entry is when none is.
+bool isNamed(std::vector<std::string> const& only, std::string_view entry);
+
 // The row of one entry.
 StatusRow statusRow(AgentEnvStatus const& status, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs);
 // The rows of the entries named in `only` (every entry when empty), by name.

@@ -1,6 +1,5 @@
 #include "StatusWatch.h"
 
-#include <algorithm>
 #include <ostream>
 #include <utility>
 
@@ -35,8 +34,7 @@ StatusWatch::~StatusWatch() = default;
 
 void StatusWatch::onAgentEnvStatus(Name const& name) {
   std::string key(name.view());
-  auto const& only = options_.only;
-  if (!only.empty() && std::find(only.begin(), only.end(), key) == only.end()) return;
+  if (!isNamed(options_.only, key)) return;
   if (Ptr<AgentEnvStatus const> status = notifier()->agentEnvStatus(name)) {
     entries_[key] = std::make_unique<EntryWatch>(*this, status);
     changed(name);
