@@ -116,11 +116,8 @@ TypeDescriptor const descriptor{
         {"nestedConfig-inverse-aggConfig", nestedPointBack},
     },
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& AgentEnvConfig::type() { return descriptor; }
-TypeDescriptor const& AgentEnvConfig::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(AgentEnvConfig, descriptor);
 
 }  // namespace Zet

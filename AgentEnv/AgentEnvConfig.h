@@ -106,8 +106,7 @@ class AgentEnvConfig : public Entity {
   void nestedConfigDel(Name const& name);
   void nestedConfigDelAll();
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  protected:
   // Leaves its aggregate's nestedConfig: the aggregate keeps raw pointers.

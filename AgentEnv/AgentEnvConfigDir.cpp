@@ -46,11 +46,8 @@ TypeDescriptor const descriptor{
     },
     memberAccess<&D::agentEnvConfigs, &D::agentEnvConfigIs, &D::agentEnvConfigDel>(),
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& AgentEnvConfigDir::type() { return descriptor; }
-TypeDescriptor const& AgentEnvConfigDir::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(AgentEnvConfigDir, descriptor);
 
 }  // namespace Zet

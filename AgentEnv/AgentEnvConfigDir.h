@@ -30,8 +30,7 @@ class AgentEnvConfigDir : public Entity {
   void agentEnvConfigDel(Name const& name);
   void agentEnvConfigDelAll();
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  protected:
   explicit AgentEnvConfigDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}

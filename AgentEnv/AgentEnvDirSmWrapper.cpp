@@ -44,11 +44,8 @@ TypeDescriptor const descriptor{
     {{0x102, "adsm", readAdsm, nullptr}},
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& AgentEnvDirSmWrapper::type() { return descriptor; }
-TypeDescriptor const& AgentEnvDirSmWrapper::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(AgentEnvDirSmWrapper, descriptor);
 
 }  // namespace Zet

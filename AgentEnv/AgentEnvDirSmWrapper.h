@@ -26,8 +26,7 @@ class AgentEnvDirSmWrapper : public Entity {
   // "adsm" for its one attribute, "unknown" for any other identifier.
   String8 attributeString(AttributeId id) const override;
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  protected:
   virtual Ptr<AgentEnvDirSm> newAdsm(Ptr<AgentEnvConfigDir const> const& configDir,

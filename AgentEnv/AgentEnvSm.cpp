@@ -372,6 +372,8 @@ TypeDescriptor const descriptor{
 
 }  // namespace
 
+// Not registered with the type map: state machines are made by their
+// directory only.
 TypeDescriptor const& AgentEnvSm::type() { return descriptor; }
 TypeDescriptor const& AgentEnvSm::fwkType() const { return descriptor; }
 

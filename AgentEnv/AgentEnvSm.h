@@ -226,8 +226,7 @@ class AgentEnvSm : public Entity, public Reactor {
   // its owner calls this when the config is gone.
   void doShutdown();
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
   // Whether local instantiation is suppressed for the whole process (off by
   // default): entries that would instantiate then attempt nothing.

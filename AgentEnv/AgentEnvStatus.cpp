@@ -43,11 +43,8 @@ TypeDescriptor const descriptor{
     },
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& AgentEnvStatus::type() { return descriptor; }
-TypeDescriptor const& AgentEnvStatus::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(AgentEnvStatus, descriptor);
 
 }  // namespace Zet

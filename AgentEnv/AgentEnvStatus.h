@@ -84,8 +84,7 @@ class AgentEnvStatus : public Entity {
   String8 const& reason() const { return reason_; }
   void reasonIs(String8 const& v) { attributeIs(reason_, v, &NotifieeConst::onReason); }
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend class MemberCollection<AgentEnvStatus>;

@@ -46,11 +46,8 @@ TypeDescriptor const descriptor{
     },
     memberAccess<&D::agentEnvStatuses, &D::agentEnvStatusIs, &D::agentEnvStatusDel>(),
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& AgentEnvStatusDir::type() { return descriptor; }
-TypeDescriptor const& AgentEnvStatusDir::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(AgentEnvStatusDir, descriptor);
 
 }  // namespace Zet

@@ -28,8 +28,7 @@ class AgentEnvStatusDir : public Entity {
   void agentEnvStatusDel(Name const& name);
   void agentEnvStatusDelAll();
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  protected:
   explicit AgentEnvStatusDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}

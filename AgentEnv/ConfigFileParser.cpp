@@ -202,11 +202,8 @@ TypeDescriptor const descriptor{
     },
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& ConfigFileParser::type() { return descriptor; }
-TypeDescriptor const& ConfigFileParser::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(ConfigFileParser, descriptor);
 
 }  // namespace Zet

@@ -175,8 +175,7 @@ class ConfigFileParser : public Entity {
   Remarks* remarks() const { return remarks_; }
   void remarksIs(Remarks* remarks) { remarks_ = remarks; }
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<ConfigFileParser> configFileParserFactory(Ptr<AgentEnvConfigDir> const& configDir);

@@ -19,7 +19,6 @@ TypeDescriptor const descriptor{
     {{0x102, "entry", readKeys<&Dir::entries>, nullptr}},
     {{"count is members count", entriesCounted}},
 };
-ZET_REGISTER_TYPE(descriptor);
 
 }  // namespace
 
@@ -70,8 +69,7 @@ Dir::~Dir() {
   dyingEntities = nullptr;
 }
 
-TypeDescriptor const& Dir::type() { return descriptor; }
-TypeDescriptor const& Dir::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(Dir, descriptor);
 
 Ptr<Dir::Entry> Dir::entry(Name const& name) const { return entries_.value(name); }
 

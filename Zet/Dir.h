@@ -73,8 +73,7 @@ class Dir : public Entity {
 
   using Entries = HashMap<Ptr<Entry>>;
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
   // The entry of that name, or null.
   Ptr<Entry> entry(Name const& name) const;

@@ -20,6 +20,14 @@ namespace Zet {
 
 class Dir;
 
+// Declares, in a class derived from Entity, its type accessors: type(), the
+// class's descriptor, and fwkType(), the descriptor of the object's type.
+// ZET_DEFINE_TYPE (TypeMap.h) defines them. Leaves the access public.
+#define ZET_ENTITY_TYPE()                                      \
+ public:                                                       \
+  ::Zet::TypeDescriptor const& fwkType() const override;       \
+  static ::Zet::TypeDescriptor const& type()
+
 class Entity : public PtrInterface, public Notifier {
  public:
   // The notifiee interface of every entity. Each entity type derives its own

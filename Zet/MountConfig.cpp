@@ -36,11 +36,8 @@ TypeDescriptor const descriptor{
     },
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& MountConfig::type() { return descriptor; }
-TypeDescriptor const& MountConfig::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(MountConfig, descriptor);
 
 }  // namespace Zet

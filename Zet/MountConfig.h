@@ -64,8 +64,7 @@ class MountConfig : public Entity {
   bool aggMount() const { return aggMount_; }
   void aggMountIs(bool v) { attributeIs(aggMount_, v, &NotifieeConst::onAggMount); }
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend class MemberCollection<MountConfig>;

@@ -47,11 +47,8 @@ TypeDescriptor const descriptor{
         {"count is members count", membersCounted<&D::mountConfigs>},
     },
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& MountConfigDir::type() { return descriptor; }
-TypeDescriptor const& MountConfigDir::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(MountConfigDir, descriptor);
 
 }  // namespace Zet

@@ -31,8 +31,7 @@ class MountConfigDir : public Entity {
   void mountConfigDel(Name const& name);
   void mountConfigDelAll();
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<MountConfigDir> mountConfigDirFactory(Name const&, Entity*);

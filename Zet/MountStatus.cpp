@@ -26,11 +26,8 @@ TypeDescriptor const descriptor{
     },
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& MountStatus::type() { return descriptor; }
-TypeDescriptor const& MountStatus::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(MountStatus, descriptor);
 
 }  // namespace Zet

@@ -41,11 +41,8 @@ TypeDescriptor const descriptor{
         {"count is members count", membersCounted<&D::mountStatuses>},
     },
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& MountStatusDir::type() { return descriptor; }
-TypeDescriptor const& MountStatusDir::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(MountStatusDir, descriptor);
 
 }  // namespace Zet

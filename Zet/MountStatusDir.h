@@ -29,8 +29,7 @@ class MountStatusDir : public Entity {
   void mountStatusDel(Name const& name);
   void mountStatusDelAll();
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<MountStatusDir> mountStatusDirFactory(Name const&, Entity*);

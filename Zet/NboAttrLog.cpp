@@ -72,12 +72,9 @@ TypeDescriptor const descriptor{
     },
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& ConnectionDir::type() { return descriptor; }
-TypeDescriptor const& ConnectionDir::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(ConnectionDir, descriptor);
 
 }  // namespace NboAttrLog
 }  // namespace Zet

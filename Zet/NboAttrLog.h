@@ -55,8 +55,7 @@ class ConnectionDir : public Entity {
   String8 const& controlDomainSock() const { return controlDomainSock_; }
   void controlDomainSockIs(String8 const& v);
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<ConnectionDir> connectionDirFactory(Name const&, Entity*);

@@ -71,4 +71,12 @@ struct TypeRegistration {
 #define ZET_REGISTER_TYPE(descriptor) \
   static ::Zet::TypeRegistration const ZET_REGISTER_TYPE_CONCAT(zetTypeRegistration_, __LINE__)(descriptor)
 
+// Defines the accessors that ZET_ENTITY_TYPE (Entity.h) declares in Class as
+// `descriptor`, and registers it: ZET_DEFINE_TYPE(AgentEnvConfig, descriptor);
+#define ZET_DEFINE_TYPE(Class, descriptor)                                           \
+  ZET_REGISTER_TYPE(descriptor);                                                     \
+  [[maybe_unused]] ::Zet::TypeDescriptor const& Class::type() { return descriptor; } \
+  ::Zet::TypeDescriptor const& Class::fwkType() const { return descriptor; }         \
+  static_assert(true)
+
 }  // namespace Zet

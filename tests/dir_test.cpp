@@ -13,12 +13,11 @@ namespace {
 class Gadget : public Entity {
  public:
   Gadget(Name const& name, Entity* parent) : Entity(name, parent) {}
-  TypeDescriptor const& fwkType() const override;
+  ZET_ENTITY_TYPE();
 };
 Ptr<Entity> gadgetFactory(Name const& name, Entity* parent) { return new Gadget(name, parent); }
 TypeDescriptor const gadgetType{"Test::Gadget", gadgetFactory, {}, {}};
-ZET_REGISTER_TYPE(gadgetType);
-TypeDescriptor const& Gadget::fwkType() const { return gadgetType; }
+ZET_DEFINE_TYPE(Gadget, gadgetType);
 
 struct DirLog : Dir::NotifieeConst {
   void onEntry(Name const& name) override { names.push_back(name.str()); }

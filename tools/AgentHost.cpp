@@ -26,11 +26,8 @@ TypeDescriptor const descriptor{
     },
     {},
 };
-ZET_REGISTER_TYPE(descriptor);
-
 }  // namespace
 
-TypeDescriptor const& AgentHost::type() { return descriptor; }
-TypeDescriptor const& AgentHost::fwkType() const { return descriptor; }
+ZET_DEFINE_TYPE(AgentHost, descriptor);
 
 }  // namespace Zet::Tool

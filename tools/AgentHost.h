@@ -36,8 +36,7 @@ class AgentHost : public Entity {
   // Records the outcome of one more reload.
   void reloadDone(String8 const& outcome);
 
-  TypeDescriptor const& fwkType() const override;
-  static TypeDescriptor const& type();
+  ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<Entity> agentHostFactory(Name const& name, Entity* parent);

@@ -16,10 +16,9 @@ Zet::TypeDescriptor const gaugeType{
     },
     {},
 };
-ZET_REGISTER_TYPE(gaugeType);
 
 }  // namespace
 
-Zet::TypeDescriptor const& Gauge::fwkType() const { return gaugeType; }
+ZET_DEFINE_TYPE(Gauge, gaugeType);
 
 }  // namespace Test

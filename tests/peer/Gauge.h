@@ -23,7 +23,7 @@ class Gauge : public Zet::Entity {
   Zet::String8 const& label() const { return label_; }
   void labelIs(Zet::String8 const& v) { attributeIs(label_, v, &NotifieeConst::onLabel); }
 
-  Zet::TypeDescriptor const& fwkType() const override;
+  ZET_ENTITY_TYPE();
 
  private:
   uint64_t value_ = 0;

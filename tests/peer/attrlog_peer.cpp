@@ -41,12 +41,11 @@ using namespace Zet;
 class Secret : public Entity {
  public:
   Secret(Name const& name, Entity* parent) : Entity(name, parent) {}
-  TypeDescriptor const& fwkType() const override;
+  ZET_ENTITY_TYPE();
 };
 Ptr<Entity> secretFactory(Name const& name, Entity* parent) { return new Secret(name, parent); }
 TypeDescriptor const secretType{"Test::Secret", secretFactory, {}, {}};
-ZET_REGISTER_TYPE(secretType);
-TypeDescriptor const& Secret::fwkType() const { return secretType; }
+ZET_DEFINE_TYPE(Secret, secretType);
 
 // Raises a gauge a number of times, a few per loop turn, so the service
 // flushes between turns as it would under a steady stream of writes.

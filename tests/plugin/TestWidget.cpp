@@ -9,14 +9,12 @@ namespace {
 class Widget : public Zet::Entity {
  public:
   Widget(Zet::Name const& name, Zet::Entity* parent) : Entity(name, parent) {}
-  Zet::TypeDescriptor const& fwkType() const override;
+  ZET_ENTITY_TYPE();
 };
 
 Zet::Ptr<Zet::Entity> widgetFactory(Zet::Name const& name, Zet::Entity* parent) { return new Widget(name, parent); }
 
 Zet::TypeDescriptor const widgetType{"Test::Widget", widgetFactory, {}, {}};
-ZET_REGISTER_TYPE(widgetType);
-
-Zet::TypeDescriptor const& Widget::fwkType() const { return widgetType; }
+ZET_DEFINE_TYPE(Widget, widgetType);
 
 }  // namespace
