@@ -17,16 +17,7 @@ AgentEnvConfigDir::~AgentEnvConfigDir() { agentEnvConfigDelAll(); }
 Ptr<AgentEnvConfig> AgentEnvConfigDir::newAgentEnvConfig(Name const& name) { return agentEnvConfigFactory(name, this); }
 
 Ptr<AgentEnvConfig> AgentEnvConfigDir::agentEnvConfigIs(Name const& name) {
-  return configs_.memberIs(
-      name, [this](Name const& n) { return newAgentEnvConfig(n); }, [this](Name const& n) { memberChanged(n); });
-}
-
-void AgentEnvConfigDir::agentEnvConfigDel(Name const& name) {
-  configs_.memberDel(name, [this](Name const& n) { memberChanged(n); });
-}
-
-void AgentEnvConfigDir::agentEnvConfigDelAll() {
-  configs_.memberDelAll([this](Name const& n) { memberChanged(n); });
+  return memberIs(name, [this](Name const& n) { return newAgentEnvConfig(n); });
 }
 
 void AgentEnvConfigDir::memberChanged(Name const& name) {

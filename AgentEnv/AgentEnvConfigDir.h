@@ -4,11 +4,11 @@
 // Not thread-safe: used on the activity-loop thread.
 
 #include "AgentEnv/AgentEnvConfig.h"
-#include "Zet/MemberCollection.h"
+#include "Zet/MemberDir.h"
 
 namespace Zet {
 
-class AgentEnvConfigDir : public Entity {
+class AgentEnvConfigDir : public MemberDir<AgentEnvConfig> {
  public:
   class NotifieeConst : public TypedNotifiee<AgentEnvConfigDir> {
    public:
@@ -18,32 +18,29 @@ class AgentEnvConfigDir : public Entity {
 
   ~AgentEnvConfigDir() override;
 
-  Ptr<AgentEnvConfig> agentEnvConfig(Name const& name) const { return configs_.member(name); }
-  size_t agentEnvConfigCount() const { return configs_.size(); }
-  HashMap<Ptr<AgentEnvConfig>> const& agentEnvConfigs() const { return configs_.members(); }
+  Ptr<AgentEnvConfig> agentEnvConfig(Name const& name) const { return member(name); }
+  size_t agentEnvConfigCount() const { return memberCount(); }
+  HashMap<Ptr<AgentEnvConfig>> const& agentEnvConfigs() const { return members(); }
 
   // The config of that name; a new one (notifying onAgentEnvConfig) when
   // there is none. RangeException "null ValidPtr" if none could be made.
   Ptr<AgentEnvConfig> agentEnvConfigIs(Name const& name);
   // Removes the config (notifying onAgentEnvConfig) and takes it out of its
   // aggregate; absent names are ignored.
-  void agentEnvConfigDel(Name const& name);
-  void agentEnvConfigDelAll();
+  void agentEnvConfigDel(Name const& name) { memberDel(name); }
+  void agentEnvConfigDelAll() { memberDelAll(); }
 
   ZET_ENTITY_TYPE();
 
  protected:
-  explicit AgentEnvConfigDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
+  explicit AgentEnvConfigDir(Name name, Entity* parent = nullptr) : MemberDir(std::move(name), parent) {}
   // Makes the member; the default is agentEnvConfigFactory.
   virtual Ptr<AgentEnvConfig> newAgentEnvConfig(Name const& name);
 
  private:
-  // Notifies the change of one member.
-  void memberChanged(Name const& name);
+  void memberChanged(Name const& name) override;
   friend Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const&);
   friend Ptr<Entity> makeAgentEnvConfigDir(Name const&, Entity*);
-
-  MemberCollection<AgentEnvConfig> configs_;
 };
 
 Ptr<AgentEnvConfigDir> agentEnvConfigDirFactory(Name const& name);

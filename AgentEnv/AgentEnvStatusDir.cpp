@@ -17,16 +17,7 @@ AgentEnvStatusDir::~AgentEnvStatusDir() { agentEnvStatusDelAll(); }
 Ptr<AgentEnvStatus> AgentEnvStatusDir::newAgentEnvStatus(Name const& name) { return agentEnvStatusFactory(name, this); }
 
 Ptr<AgentEnvStatus> AgentEnvStatusDir::agentEnvStatusIs(Name const& name) {
-  return statuses_.memberIs(
-      name, [this](Name const& n) { return newAgentEnvStatus(n); }, [this](Name const& n) { memberChanged(n); });
-}
-
-void AgentEnvStatusDir::agentEnvStatusDel(Name const& name) {
-  statuses_.memberDel(name, [this](Name const& n) { memberChanged(n); });
-}
-
-void AgentEnvStatusDir::agentEnvStatusDelAll() {
-  statuses_.memberDelAll([this](Name const& n) { memberChanged(n); });
+  return memberIs(name, [this](Name const& n) { return newAgentEnvStatus(n); });
 }
 
 void AgentEnvStatusDir::memberChanged(Name const& name) {

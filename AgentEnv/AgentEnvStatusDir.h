@@ -3,11 +3,11 @@
 // owned here. Not thread-safe: used on the activity-loop thread.
 
 #include "AgentEnv/AgentEnvStatus.h"
-#include "Zet/MemberCollection.h"
+#include "Zet/MemberDir.h"
 
 namespace Zet {
 
-class AgentEnvStatusDir : public Entity {
+class AgentEnvStatusDir : public MemberDir<AgentEnvStatus> {
  public:
   class NotifieeConst : public TypedNotifiee<AgentEnvStatusDir> {
    public:
@@ -17,31 +17,28 @@ class AgentEnvStatusDir : public Entity {
 
   ~AgentEnvStatusDir() override;
 
-  Ptr<AgentEnvStatus> agentEnvStatus(Name const& name) const { return statuses_.member(name); }
-  size_t agentEnvStatusCount() const { return statuses_.size(); }
-  HashMap<Ptr<AgentEnvStatus>> const& agentEnvStatuses() const { return statuses_.members(); }
+  Ptr<AgentEnvStatus> agentEnvStatus(Name const& name) const { return member(name); }
+  size_t agentEnvStatusCount() const { return memberCount(); }
+  HashMap<Ptr<AgentEnvStatus>> const& agentEnvStatuses() const { return members(); }
 
   // The status of that name; a new one (notifying onAgentEnvStatus) when
   // there is none. RangeException "null ValidPtr" if none could be made.
   Ptr<AgentEnvStatus> agentEnvStatusIs(Name const& name);
   // Removes the status (notifying onAgentEnvStatus); absent names are ignored.
-  void agentEnvStatusDel(Name const& name);
-  void agentEnvStatusDelAll();
+  void agentEnvStatusDel(Name const& name) { memberDel(name); }
+  void agentEnvStatusDelAll() { memberDelAll(); }
 
   ZET_ENTITY_TYPE();
 
  protected:
-  explicit AgentEnvStatusDir(Name name, Entity* parent = nullptr) : Entity(std::move(name), parent) {}
+  explicit AgentEnvStatusDir(Name name, Entity* parent = nullptr) : MemberDir(std::move(name), parent) {}
   // Makes the member; the default is agentEnvStatusFactory.
   virtual Ptr<AgentEnvStatus> newAgentEnvStatus(Name const& name);
 
  private:
-  // Notifies the change of one member.
-  void memberChanged(Name const& name);
+  void memberChanged(Name const& name) override;
   friend Ptr<AgentEnvStatusDir> agentEnvStatusDirFactory(Name const&);
   friend Ptr<Entity> makeAgentEnvStatusDir(Name const&, Entity*);
-
-  MemberCollection<AgentEnvStatus> statuses_;
 };
 
 Ptr<AgentEnvStatusDir> agentEnvStatusDirFactory(Name const& name);

@@ -11,22 +11,12 @@ Ptr<MountConfigDir> mountConfigDirFactory(Name const& name, Entity* parent) {
 
 MountConfigDir::~MountConfigDir() { mountConfigDelAll(); }
 
-Ptr<MountConfig> MountConfigDir::mountConfigIs(Name const& name, EntityUri const& source0,
-                                               EntityUri const& source1) {
-  Ptr<MountConfig> config = configs_.memberIs(
-      name, [&](Name const& n) { return mountConfigFactory(n, this, source0, source1); },
-      [this](Name const& n) { memberChanged(n); });
+Ptr<MountConfig> MountConfigDir::mountConfigIs(Name const& name, EntityUri const& source0, EntityUri const& source1) {
+  Ptr<MountConfig> config =
+      memberIs(name, [&](Name const& n) { return mountConfigFactory(n, this, source0, source1); });
   constructorParameterCheck("_source0", config->source0(), source0);
   constructorParameterCheck("_source1", config->source1(), source1);
   return config;
-}
-
-void MountConfigDir::mountConfigDel(Name const& name) {
-  configs_.memberDel(name, [this](Name const& n) { memberChanged(n); });
-}
-
-void MountConfigDir::mountConfigDelAll() {
-  configs_.memberDelAll([this](Name const& n) { memberChanged(n); });
 }
 
 void MountConfigDir::memberChanged(Name const& name) {

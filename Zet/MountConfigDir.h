@@ -3,12 +3,12 @@
 // here. Whoever wants an entity mounted adds a config; removing it ends the
 // mount. Not thread-safe: used on the activity-loop thread.
 
-#include "Zet/MemberCollection.h"
+#include "Zet/MemberDir.h"
 #include "Zet/MountConfig.h"
 
 namespace Zet {
 
-class MountConfigDir : public Entity {
+class MountConfigDir : public MemberDir<MountConfig> {
  public:
   class NotifieeConst : public TypedNotifiee<MountConfigDir> {
    public:
@@ -18,9 +18,9 @@ class MountConfigDir : public Entity {
 
   ~MountConfigDir() override;
 
-  Ptr<MountConfig> mountConfig(Name const& name) const { return configs_.member(name); }
-  size_t mountConfigCount() const { return configs_.size(); }
-  HashMap<Ptr<MountConfig>> const& mountConfigs() const { return configs_.members(); }
+  Ptr<MountConfig> mountConfig(Name const& name) const { return member(name); }
+  size_t mountConfigCount() const { return memberCount(); }
+  HashMap<Ptr<MountConfig>> const& mountConfigs() const { return members(); }
 
   // The config of that name; a new one made with these sources (notifying
   // onMountConfig) when there is none. The sources of a config are fixed:
@@ -28,19 +28,16 @@ class MountConfigDir : public Entity {
   // constructorParameterCheck for "_source0" or "_source1".
   Ptr<MountConfig> mountConfigIs(Name const& name, EntityUri const& source0, EntityUri const& source1);
   // Removes the config (notifying onMountConfig); absent names are ignored.
-  void mountConfigDel(Name const& name);
-  void mountConfigDelAll();
+  void mountConfigDel(Name const& name) { memberDel(name); }
+  void mountConfigDelAll() { memberDelAll(); }
 
   ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<MountConfigDir> mountConfigDirFactory(Name const&, Entity*);
-  MountConfigDir(Name name, Entity* parent) : Entity(std::move(name), parent) {}
+  MountConfigDir(Name name, Entity* parent) : MemberDir(std::move(name), parent) {}
 
-  // Notifies the change of one member.
-  void memberChanged(Name const& name);
-
-  MemberCollection<MountConfig> configs_;
+  void memberChanged(Name const& name) override;
 };
 
 // A new, empty directory of that name in `parent` (which may be null).

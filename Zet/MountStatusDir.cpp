@@ -11,16 +11,7 @@ Ptr<MountStatusDir> mountStatusDirFactory(Name const& name, Entity* parent) {
 MountStatusDir::~MountStatusDir() { mountStatusDelAll(); }
 
 Ptr<MountStatus> MountStatusDir::mountStatusIs(Name const& name) {
-  return statuses_.memberIs(
-      name, [this](Name const& n) { return mountStatusFactory(n, this); }, [this](Name const& n) { memberChanged(n); });
-}
-
-void MountStatusDir::mountStatusDel(Name const& name) {
-  statuses_.memberDel(name, [this](Name const& n) { memberChanged(n); });
-}
-
-void MountStatusDir::mountStatusDelAll() {
-  statuses_.memberDelAll([this](Name const& n) { memberChanged(n); });
+  return memberIs(name, [this](Name const& n) { return mountStatusFactory(n, this); });
 }
 
 void MountStatusDir::memberChanged(Name const& name) {

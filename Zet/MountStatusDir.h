@@ -3,12 +3,12 @@
 // MountConfig and owned here. Not thread-safe: used on the activity-loop
 // thread.
 
-#include "Zet/MemberCollection.h"
+#include "Zet/MemberDir.h"
 #include "Zet/MountStatus.h"
 
 namespace Zet {
 
-class MountStatusDir : public Entity {
+class MountStatusDir : public MemberDir<MountStatus> {
  public:
   class NotifieeConst : public TypedNotifiee<MountStatusDir> {
    public:
@@ -18,27 +18,24 @@ class MountStatusDir : public Entity {
 
   ~MountStatusDir() override;
 
-  Ptr<MountStatus> mountStatus(Name const& name) const { return statuses_.member(name); }
-  size_t mountStatusCount() const { return statuses_.size(); }
-  HashMap<Ptr<MountStatus>> const& mountStatuses() const { return statuses_.members(); }
+  Ptr<MountStatus> mountStatus(Name const& name) const { return member(name); }
+  size_t mountStatusCount() const { return memberCount(); }
+  HashMap<Ptr<MountStatus>> const& mountStatuses() const { return members(); }
 
   // The status of that name; a new one (notifying onMountStatus) when there
   // is none.
   Ptr<MountStatus> mountStatusIs(Name const& name);
   // Removes the status (notifying onMountStatus); absent names are ignored.
-  void mountStatusDel(Name const& name);
-  void mountStatusDelAll();
+  void mountStatusDel(Name const& name) { memberDel(name); }
+  void mountStatusDelAll() { memberDelAll(); }
 
   ZET_ENTITY_TYPE();
 
  private:
   friend Ptr<MountStatusDir> mountStatusDirFactory(Name const&, Entity*);
-  MountStatusDir(Name name, Entity* parent) : Entity(std::move(name), parent) {}
+  MountStatusDir(Name name, Entity* parent) : MemberDir(std::move(name), parent) {}
 
-  // Notifies the change of one member.
-  void memberChanged(Name const& name);
-
-  MemberCollection<MountStatus> statuses_;
+  void memberChanged(Name const& name) override;
 };
 
 // A new, empty directory of that name in `parent` (which may be null).
