@@ -27,16 +27,8 @@ void AgentEnvConfigDir::memberChanged(Name const& name) {
 namespace {
 
 using D = AgentEnvConfigDir;
-TypeDescriptor const descriptor{
-    "Zet::AgentEnvConfigDir",
-    makeAgentEnvConfigDir,
-    {{0x102, "agentEnvConfig", readKeys<&D::agentEnvConfigs>, nullptr}},
-    {
-        {"agentEnvConfig-inverse-dir", membersPointBack<&D::agentEnvConfigs>},
-        {"count is members count", membersCounted<&D::agentEnvConfigs>},
-    },
-    memberAccess<&D::agentEnvConfigs, &D::agentEnvConfigIs, &D::agentEnvConfigDel>(),
-};
+TypeDescriptor const descriptor = memberDirDescriptor<&D::agentEnvConfigs, &D::agentEnvConfigIs, &D::agentEnvConfigDel>(
+    "Zet::AgentEnvConfigDir", makeAgentEnvConfigDir, "agentEnvConfig", "agentEnvConfig-inverse-dir");
 }  // namespace
 
 ZET_DEFINE_TYPE(AgentEnvConfigDir, descriptor);

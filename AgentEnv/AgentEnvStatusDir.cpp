@@ -27,16 +27,9 @@ void AgentEnvStatusDir::memberChanged(Name const& name) {
 namespace {
 
 using D = AgentEnvStatusDir;
-TypeDescriptor const descriptor{
-    "Zet::AgentEnvStatusDir",
-    makeAgentEnvStatusDir,
-    {{0x102, "agentEnvStatus", readKeys<&D::agentEnvStatuses>, nullptr}},
-    {
-        {"agentEnvStatus-inverse-dir", membersPointBack<&D::agentEnvStatuses>},
-        {"count is members count", membersCounted<&D::agentEnvStatuses>},
-    },
-    memberAccess<&D::agentEnvStatuses, &D::agentEnvStatusIs, &D::agentEnvStatusDel>(),
-};
+TypeDescriptor const descriptor =
+    memberDirDescriptor<&D::agentEnvStatuses, &D::agentEnvStatusIs, &D::agentEnvStatusDel>(
+        "Zet::AgentEnvStatusDir", makeAgentEnvStatusDir, "agentEnvStatus", "agentEnvStatus-inverse-dir");
 }  // namespace
 
 ZET_DEFINE_TYPE(AgentEnvStatusDir, descriptor);

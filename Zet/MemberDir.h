@@ -9,6 +9,8 @@
 // while memberChanged can still reach its notifiees. Not thread-safe: used
 // on the activity-loop thread.
 
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "Zet/MemberCollection.h"
@@ -44,5 +46,22 @@ class MemberDir : public Entity {
 
   MemberCollection<Member> members_;
 };
+
+// The descriptor of a member directory: its members' keys as attribute 0x102
+// (`memberName`), audits that every member points back to it (`inverseLabel`)
+// and that the count holds, and, when MemberIs(name) and MemberDel(name) are
+// given, generic access to the members.
+template <auto Members, auto MemberIs = nullptr, auto MemberDel = nullptr>
+TypeDescriptor memberDirDescriptor(std::string_view typeName, TypeDescriptor::Factory factory,
+                                   std::string_view memberName, std::string_view inverseLabel) {
+  MemberAccess const* access = nullptr;
+  if constexpr (!std::is_null_pointer_v<decltype(MemberIs)>) access = memberAccess<Members, MemberIs, MemberDel>();
+  return TypeDescriptor{
+      typeName,
+      factory,
+      {{0x102, memberName, readKeys<Members>, nullptr}},
+      {{inverseLabel, membersPointBack<Members>}, {"count is members count", membersCounted<Members>}},
+      access};
+}
 
 }  // namespace Zet

@@ -28,15 +28,8 @@ namespace {
 Ptr<Entity> makeFromTypeMap(Name const& name, Entity* parent) { return mountConfigDirFactory(name, parent); }
 
 using D = MountConfigDir;
-TypeDescriptor const descriptor{
-    "Zet::MountConfigDir",
-    makeFromTypeMap,
-    {{0x102, "mountConfig", readKeys<&D::mountConfigs>, nullptr}},
-    {
-        {"mountConfig-inverse-dir", membersPointBack<&D::mountConfigs>},
-        {"count is members count", membersCounted<&D::mountConfigs>},
-    },
-};
+TypeDescriptor const descriptor = memberDirDescriptor<&D::mountConfigs>("Zet::MountConfigDir", makeFromTypeMap,
+                                                                        "mountConfig", "mountConfig-inverse-dir");
 }  // namespace
 
 ZET_DEFINE_TYPE(MountConfigDir, descriptor);

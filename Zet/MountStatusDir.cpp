@@ -23,15 +23,8 @@ namespace {
 Ptr<Entity> makeFromTypeMap(Name const& name, Entity* parent) { return mountStatusDirFactory(name, parent); }
 
 using D = MountStatusDir;
-TypeDescriptor const descriptor{
-    "Zet::MountStatusDir",
-    makeFromTypeMap,
-    {{0x102, "mountStatus", readKeys<&D::mountStatuses>, nullptr}},
-    {
-        {"mountStatus-inverse-dir", membersPointBack<&D::mountStatuses>},
-        {"count is members count", membersCounted<&D::mountStatuses>},
-    },
-};
+TypeDescriptor const descriptor = memberDirDescriptor<&D::mountStatuses>("Zet::MountStatusDir", makeFromTypeMap,
+                                                                         "mountStatus", "mountStatus-inverse-dir");
 }  // namespace
 
 ZET_DEFINE_TYPE(MountStatusDir, descriptor);
