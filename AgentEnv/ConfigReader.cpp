@@ -14,7 +14,10 @@ namespace Zet {
 
 ConfigReader::~ConfigReader() { CleanupParser(); }
 
-void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) { parser_ = std::move(parser); }
+void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) {
+  parser_ = std::move(parser);
+  remarking_ = parser_ && parser_->remarks();
+}
 
 int ConfigReader::parse() {
   int result = agentenv_parse(*this);
@@ -37,7 +40,7 @@ void ConfigReader::echo(char const* text, size_t size) {
   parser_->echoStream().write(text, static_cast<std::streamsize>(size));
   // Blanks other than the space separate names as a reader expects.
   char byte = text[0];
-  if (!parser_->remarks() || byte == '\t' || byte == '\r' || byte == '\v' || byte == '\f') return;
+  if (!remarking_ || byte == '\t' || byte == '\r' || byte == '\v' || byte == '\f') return;
   strayByte_ = static_cast<unsigned char>(byte);
   if (afterName_) remarkStrayByte();
 }

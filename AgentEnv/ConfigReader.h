@@ -56,8 +56,8 @@ class ConfigReader {
   // current line.
   void textScanned(char const* text, size_t size) {
     lineOfText_ = line_;
-    bool startsName = isNameByte(text[0]);
-    if (strayByte_ >= 0 && startsName) remarkStrayByte();
+    if (!remarking_) return;  // the common case costs one branch
+    if (strayByte_ >= 0 && isNameByte(text[0])) remarkStrayByte();
     strayByte_ = -1;
     afterName_ = endsName_;
     endsName_ = isNameByte(text[size - 1]);
@@ -124,6 +124,7 @@ class ConfigReader {
   // Around ignored bytes: whether the text before the latest ended a name,
   // whether the latest did, an ignored byte waiting to see whether a name
   // follows (-1: none), the last line remarked on.
+  bool remarking_ = false;  // the parser has an observer of remarks
   bool afterName_ = false;
   bool endsName_ = false;
   int strayByte_ = -1;
