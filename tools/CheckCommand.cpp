@@ -34,7 +34,7 @@ int CheckCommand::run() {
   if (files_.files.empty()) throw UsageError("no configuration file given");
   Ptr<AgentEnvConfigDir> dir = agentEnvConfigDirFactory("AgentEnvConfigDir");
   Ptr<ConfigFileParser> parser = configFileParserFactory(dir);
-  Findings findings = readConfigFiles(*parser, files_, "check");
+  Findings findings = readConfigFiles(*parser, files_, "check", true);
   lintConfigs(*parser, findings.warnings);
   findings.warnings.print(std::cerr);
   size_t warnings = findings.warnings.count();

@@ -143,14 +143,15 @@ void FilesReading::adopt(uint64_t pid) const {
   ::setenv("AGENTENV_CONFIGS", searchPath.c_str(), 1);
 }
 
-Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who) {
+Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who,
+                         bool remarks) {
   static std::ostream discarded(nullptr);
   parser.substitutionsIs(given.substitutions());
   searchBesideTheFiles(given);
   Findings findings;
-  RemarksAsWarnings remarks(findings.warnings);
+  RemarksAsWarnings asWarnings(findings.warnings);
   parser.echoStreamIs(discarded);
-  parser.remarksIs(&remarks);
+  parser.remarksIs(remarks ? &asWarnings : nullptr);
   for (std::string const& file : given.files) readFile(parser, String8(file), findings, who);
   parser.remarksIs(nullptr);
   return findings;

@@ -51,15 +51,16 @@ struct FilesReading {
 struct Findings {
   unsigned errors = 0;          // diagnostics printed about the files' contents
   bool unreadableFile = false;  // a file could not be found or read
-  Warnings warnings;            // what the language accepted silently
+  Warnings warnings;            // what the language accepted silently, when asked
 };
 
 // Reads every file into the parser's config directory; diagnostics go to
 // standard error, at the include that named a file that cannot be read, or
 // with `who` naming the subcommand for a file given on the command line. The
 // characters the language ignores are dropped (they would corrupt what the
-// command prints); those beside a name and substitutions without a value are
-// warnings.
-Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who);
+// command prints). With `remarks`, those beside a name and substitutions
+// without a value are warnings (tracking them costs a little per token).
+Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who,
+                         bool remarks = false);
 
 }  // namespace Zet::Tool
