@@ -1,31 +1,37 @@
 // Reading configuration files into a config directory, at 10k, 100k and 1M
-// entries. Each entry has source0, target, dependency, timeoutPeriod, a
-// comment and one nested entry; the entries are spread over two files, the
-// first of which includes the second (at 1M entries each is about 128 MB).
+// entries, side by side with libconfig++ parsing the same content and with
+// a lexing pass over the same text (the floor no reader can go below).
 //
-// When libconfig++ is available, the same content written in its syntax is
-// parsed by it in the same run, and the ratio of the two times is printed at
-// the end: how much faster filling the directory is than libconfig++ merely
-// parsing its twin file. libconfig++ takes time quadratic in the number of
-// settings of a group (two minutes at 100k entries), so it is not run at 1M;
-// 1k entries show the ratio where that does not dominate yet.
+// Each entry has a comment, source0, target, dependency, timeoutPeriod and
+// typeName. Entries are laid out in groups of at most 32, nested as deep as
+// needed (nested aggregates here, nested groups in libconfig's syntax): the
+// layout libconfig++ reads best, since it takes time quadratic in the
+// number of settings of one group. The top-level groups are spread over two
+// files, the first of which includes the second; at 1M entries the two
+// files hold about 220 MB.
 //
 // Every iteration starts from memory handed back to the system, as a process
 // reading its configuration at start-up does, and the peak memory the first
-// fill adds is reported per entry.
+// read adds is reported per entry. The ratios of the three times in the same
+// run are printed at the end.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <unistd.h>
 
+#include <array>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "AgentEnv/ConfigFileParser.h"
 
@@ -48,31 +54,52 @@ struct Syntax {
 Syntax const kAgentEnv{".conf", "#include ", " {\n", "}\n"};
 Syntax const kLibconfig{".cfg", "@include ", " = {\n", "};\n"};
 
-std::string entryText(Syntax const& s, int i) {
+constexpr int kGroupSize = 32;
+
+void appendEntry(std::string& out, Syntax const& s, int i) {
   std::string n = std::to_string(i);
-  std::string text = "// entry " + n + ": a store mounted from another agent\nstore" + n + s.open;
-  text += "  source0 = \"tcp://host" + std::to_string(i % 64) + ":4000/agents/store" + n + "\";\n";
-  text += "  target = \"/env/stores/store" + n + "\";\n";
-  text += "  dependency = \"store" + std::to_string(i > 0 ? i - 1 : 0) + "\";\n";
-  text += "  timeoutPeriod = 30.5;\n";
-  text += "  member" + n + s.open + "    typeName = \"Zet::StoreMember\";\n  " + s.close;
-  return text + s.close;
+  out += "// entry " + n + ": a store mounted from another agent\nstore" + n + s.open;
+  out += "  source0 = \"tcp://host" + std::to_string(i % 64) + ":4000/agents/store" + n + "\";\n";
+  out += "  target = \"/env/stores/store" + n + "\";\n";
+  out += "  dependency = \"store" + std::to_string(i > 0 ? i - 1 : 0) + "\";\n";
+  out += "  timeoutPeriod = 30.5;\n";
+  out += "  typeName = \"Zet::StoreMember\";\n";
+  out += s.close;
 }
 
-// Writes the files for `entries` entries in `syntax`; returns the first file
-// and adds their sizes to `bytes`.
-std::string writeFiles(std::string const& dir, Syntax const& syntax, int entries, size_t& bytes) {
+// Appends the entries [first, first + count) as a group of level `level`:
+// level 0 is the entries themselves, level L holds groups of level L - 1,
+// each with kGroupSize^(L-1) entries at most.
+void appendGroup(std::string& out, Syntax const& s, int level, int first, int count, int& groups) {
+  if (level == 0) {
+    for (int i = first; i < first + count; ++i) appendEntry(out, s, i);
+    return;
+  }
+  int span = 1;
+  for (int l = 1; l < level; ++l) span *= kGroupSize;
+  ++groups;
+  out += "group" + std::to_string(level) + "_" + std::to_string(first) + s.open;
+  for (int i = first; i < first + count; i += span)
+    appendGroup(out, s, level - 1, i, std::min(span, first + count - i), groups);
+  out += s.close;
+}
+
+// Writes the files for `entries` entries in `syntax`; returns the first file,
+// adds their sizes to `bytes` and the number of groups to `groups`.
+std::string writeFiles(std::string const& dir, Syntax const& syntax, int entries, size_t& bytes, int& groups) {
+  // The fewest levels that leave at most kGroupSize groups at the top.
+  int levels = 1, span = kGroupSize;
+  while ((entries + span - 1) / span > kGroupSize) ++levels, span *= kGroupSize;
   auto name = [&](int part) { return "part" + std::to_string(part) + syntax.extension; };
   for (int part = 0; part < kFiles; ++part) {
     std::ofstream out(dir + "/" + name(part), std::ios::binary);
     if (part == 0)
       for (int other = 1; other < kFiles; ++other) out << syntax.include << '"' << name(other) << "\"\n";
     std::string chunk;
-    for (int i = part; i < entries; i += kFiles) {
-      chunk += entryText(syntax, i);
-      if (chunk.size() > (1 << 20)) out << std::exchange(chunk, std::string());
+    for (int top = part; top * span < entries; top += kFiles) {
+      appendGroup(chunk, syntax, levels, top * span, std::min(span, entries - top * span), groups);
+      out << std::exchange(chunk, std::string());
     }
-    out << chunk;
     out.flush();
     bytes += static_cast<size_t>(out.tellp());
   }
@@ -85,6 +112,7 @@ struct FileSet {
   std::string libconfigFile;
   size_t agentEnvBytes = 0;
   size_t libconfigBytes = 0;
+  int groups = 0;  // records besides the entries: the enclosing aggregates
 };
 
 // The files for `entries`, written once per process into a temporary
@@ -103,8 +131,9 @@ FileSet const& files(int entries) {
     FileSet& f = it->second;
     f.dir = root + "/" + std::to_string(entries);
     std::filesystem::create_directory(f.dir);
-    f.agentEnvFile = writeFiles(f.dir, kAgentEnv, entries, f.agentEnvBytes);
-    f.libconfigFile = writeFiles(f.dir, kLibconfig, entries, f.libconfigBytes);
+    f.agentEnvFile = writeFiles(f.dir, kAgentEnv, entries, f.agentEnvBytes, f.groups);
+    int twinGroups = 0;
+    f.libconfigFile = writeFiles(f.dir, kLibconfig, entries, f.libconfigBytes, twinGroups);
   }
   return it->second;
 }
@@ -148,12 +177,12 @@ void agentEnvFill(benchmark::State& state) {
     Zet::Ptr<Zet::AgentEnvConfigDir> dir = Zet::agentEnvConfigDirFactory("AgentEnvConfigDir");
     Zet::Ptr<Zet::ConfigFileParser> parser = Zet::configFileParserFactory(dir);
     parser->configFileEnq(Zet::String8(f.agentEnvFile));
-    if (parser->parsingErrorsCount() != 0 || dir->agentEnvConfigCount() != size_t(2 * state.range(0)))
+    if (parser->parsingErrorsCount() != 0 || dir->agentEnvConfigCount() != size_t(state.range(0) + f.groups))
       state.SkipWithError("the generated files did not read cleanly");
     return dir;
   });
 }
-BENCHMARK(agentEnvFill)->Name("agentenv_fill")->Arg(1000)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(agentEnvFill)->Name("agentenv_fill")->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 #ifdef ZET_HAVE_LIBCONFIGXX
 void libconfigParse(benchmark::State& state) {
@@ -165,8 +194,74 @@ void libconfigParse(benchmark::State& state) {
     return config;
   });
 }
-BENCHMARK(libconfigParse)->Name("libconfig++_parse")->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(libconfigParse)
+    ->Name("libconfig++_parse")
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond);
 #endif
+
+// The floor: reading the same files and splitting them into tokens (blanks,
+// comments, strings, words, numbers, single characters) with nothing else
+// done, counting the tokens.
+size_t countTokens(std::string_view text) {
+  static auto const kWordByte = [] {
+    std::array<bool, 256> word{};
+    for (int c = 0; c < 256; ++c) word[size_t(c)] = std::isalnum(c) || c == '_' || c == '.';
+    return word;
+  }();
+  auto isWord = [](char c) { return kWordByte[static_cast<unsigned char>(c)]; };
+  char const* p = text.data();
+  char const* const end = p + text.size();
+  auto skipTo = [&](char c) {
+    auto const* found = static_cast<char const*>(std::memchr(p, c, size_t(end - p)));
+    p = found ? found : end;
+  };
+  size_t tokens = 0;
+  while (p < end) {
+    char c = *p;
+    if (c == ' ' || c == '\n') {
+      ++p;
+      continue;
+    }
+    ++tokens;
+    if (c == '/' && p + 1 < end && p[1] == '/') {
+      skipTo('\n');
+    } else if (c == '"') {
+      ++p;
+      skipTo('"');
+      p += p < end;
+    } else if (isWord(c)) {
+      while (p < end && isWord(*p)) ++p;
+    } else {
+      ++p;
+    }
+  }
+  return tokens;
+}
+
+std::string fileText(std::string const& name) {
+  std::string text(std::filesystem::file_size(name), '\0');
+  FILE* file = std::fopen(name.c_str(), "rb");
+  if (!file || std::fread(text.data(), 1, text.size(), file) != text.size()) std::abort();
+  std::fclose(file);
+  return text;
+}
+
+void lexingFloor(benchmark::State& state) {
+  FileSet const& f = files(static_cast<int>(state.range(0)));
+  std::vector<std::string> names;
+  for (auto const& file : std::filesystem::directory_iterator(f.dir))
+    if (file.path().extension() == ".conf") names.push_back(file.path().string());
+  measure(state, f.agentEnvBytes, [&] {
+    size_t tokens = 0;
+    for (std::string const& name : names) tokens += countTokens(fileText(name));
+    benchmark::DoNotOptimize(tokens);
+    return std::make_unique<size_t>(tokens);
+  });
+}
+BENCHMARK(lexingFloor)->Name("lexing_floor")->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 // Prints the usual table, keeping each run's time per iteration so that the
 // two readers can be compared at the end.
@@ -177,16 +272,24 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (Run const& r : runs) seconds_[r.benchmark_name()] = r.GetAdjustedRealTime();
   }
   void printRatios() const {
-    for (char const* size : {"1000", "10000", "100000"}) {
-      auto ours = seconds_.find(std::string("agentenv_fill/") + size);
-      auto theirs = seconds_.find(std::string("libconfig++_parse/") + size);
-      if (ours == seconds_.end() || theirs == seconds_.end()) continue;
-      std::printf("%8s entries: agentenv fills its directory %.2fx as fast as libconfig++ parses the twin file\n",
-                  size, theirs->second / ours->second);
+    for (char const* size : {"10000", "100000", "1000000"}) {
+      double ours = seconds("agentenv_fill/", size);
+      double theirs = seconds("libconfig++_parse/", size);
+      double floor = seconds("lexing_floor/", size);
+      if (ours == 0) continue;
+      std::printf("%8s entries:", size);
+      if (theirs > 0)
+        std::printf(" agentenv fills its directory %.2fx as fast as libconfig++ parses the twin file;", theirs / ours);
+      if (floor > 0) std::printf(" %.1fx the time of a lexing pass", ours / floor);
+      std::printf("\n");
     }
   }
 
  private:
+  double seconds(std::string const& benchmark, char const* size) const {
+    auto it = seconds_.find(benchmark + size);
+    return it == seconds_.end() ? 0 : it->second;
+  }
   std::map<std::string, double> seconds_;
 };
 
