@@ -95,7 +95,7 @@ Name ConfigFileParser::parentDependency() const {
 void ConfigFileParser::handleEntityScopeEnter(Name const& name) {
   scopes_.push_back(Scope{currentEntity_, std::exchange(currentDependency_, Name())});
   Ptr<AgentEnvConfig> entity = configDir_->agentEnvConfigIs(name);
-  if (!sourceLines_.find(name)) sourceLines_.insert(name, SourceLines{reader_->lineOfText(), {}});
+  if (sourceLinesKept_) sourceLines_.insert(name, SourceLines{reader_->lineOfText(), {}});
   if (currentEntity_) entity->aggConfigIs(currentEntity_);
   entity->configFileIs(currentFile_);
   currentEntity_ = std::move(entity);
@@ -135,7 +135,8 @@ void ConfigFileParser::handleAttribute(AttributeType type, Name const& value) {
   AgentEnvConfig* entity = currentEntity_.ptr();
   if (!entity) return;
   // The first value is the one that counts, as below.
-  if (SourceLines* lines = sourceLines_.find(entity->name()); lines && unsigned(type) < lines->attribute.size())
+  if (SourceLines* lines = sourceLinesKept_ ? sourceLines_.find(entity->name()) : nullptr;
+      lines && unsigned(type) < lines->attribute.size())
     if (unsigned long& line = lines->attribute[unsigned(type)]; line == 0) line = reader_->lineOfText();
   switch (type) {
     case AttributeType::source0:

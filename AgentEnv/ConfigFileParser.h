@@ -139,11 +139,15 @@ class ConfigFileParser : public Entity {
 
   // The line of an entry's name in its configFile, and of the first value
   // of each attribute (indexed by AttributeType); 0 where nothing was read.
+  // Lines are kept only while sourceLinesKept is set (it is not by default:
+  // tools that point at lines ask for them, and reading costs less without).
   struct SourceLines {
     unsigned long entry = 0;
     std::array<unsigned long, 8> attribute{};
   };
   SourceLines sourceLines(Name const& entry) const;
+  bool sourceLinesKept() const { return sourceLinesKept_; }
+  void sourceLinesKeptIs(bool kept) { sourceLinesKept_ = kept; }
 
   // ---- Diagnostics ---------------------------------------------------------
 
@@ -208,6 +212,7 @@ class ConfigFileParser : public Entity {
   String8 failedFile_;
   std::unique_ptr<ConfigReader> reader_;
   HashMap<SourceLines> sourceLines_;  // by entry name
+  bool sourceLinesKept_ = false;
 };
 
 // A new parser filling configDir. RangeException "null ValidPtr" when

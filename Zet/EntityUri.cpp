@@ -42,7 +42,10 @@ bool isSchemeChar(char c) {
 
 // ---- EntityUriPath -----------------------------------------------------------
 
-EntityUriPath::EntityUriPath(String8 text) : text_(std::move(text)) {
+EntityUriPath::EntityUriPath(String8 text) : text_(std::move(text)) {}
+
+EntityUriPath::NameSpans const& EntityUriPath::split() const {
+  if (split_) return names_;
   std::string_view t = text_.view();
   size_t i = 0;
   while (i < t.size()) {
@@ -51,10 +54,12 @@ EntityUriPath::EntityUriPath(String8 text) : text_(std::move(text)) {
     if (end > i) names_.emplace_back(static_cast<uint32_t>(i), static_cast<uint32_t>(end - i));
     i = end + 1;
   }
+  split_ = true;
+  return names_;
 }
 
 std::string_view EntityUriPath::nameText(size_t i) const {
-  if (i >= names_.size()) return {};
+  if (i >= split().size()) return {};
   return text_.view().substr(names_[i].first, names_[i].second);
 }
 
@@ -113,19 +118,18 @@ String8 UriQuery::text() const {
 
 // ---- EntityUri ---------------------------------------------------------------
 
-EntityUri::EntityUri(String8 text) {
-  if (!text.isEmpty()) parts_ = Ptr<Parts const>(new Parts(std::move(text)));
-}
-
-EntityUri::Parts::Parts(String8 t) : text(std::move(t)) { valid = parse(); }
-
-EntityUri::Parts const& EntityUri::emptyParts() {
-  static Parts const* empty = [] {
-    auto* p = new Parts(String8());
-    p->newRef();  // never released
-    return p;
-  }();
-  return *empty;
+EntityUri::Parts const& EntityUri::parts() const {
+  if (parts_) return *parts_;
+  if (text_.isEmpty()) {
+    static Parts const* const empty = [] {
+      auto* p = new Parts(std::string_view());
+      p->newRef();  // never released
+      return p;
+    }();
+    return *empty;
+  }
+  parts_ = Ptr<Parts const>(new Parts(text_.view()));
+  return *parts_;
 }
 
 EntityUri const& EntityUri::exportUri() {
@@ -133,8 +137,7 @@ EntityUri const& EntityUri::exportUri() {
   return uri;
 }
 
-bool EntityUri::Parts::parse() {
-  std::string_view t = text.view();
+bool EntityUri::Parts::parse(std::string_view t) {
   if (t.empty() || t == "*") return true;
   size_t question = t.find('?');
   if (question != std::string_view::npos) {

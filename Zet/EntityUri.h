@@ -13,7 +13,12 @@
 //                                       socket path is percent-encoded
 // The query ("a=1&b") carries mount flags. A URI is made from any text and
 // never throws: isValid() tells whether the text had one of these forms, so
-// a bad URI can be stored and reported later. Values; not thread-safe.
+// a bad URI can be stored and reported later.
+//
+// Both keep their text and read it the first time a part is asked for:
+// configurations hold hundreds of thousands of them, most of which are only
+// stored, compared and printed. Values; not thread-safe, not even for
+// reading one object from two threads.
 
 #include <cstdint>
 #include <iosfwd>
@@ -34,7 +39,7 @@ class EntityUriPath {
   bool isEmpty() const { return text_.isEmpty(); }
   bool isAbsolute() const { return text_.view().starts_with('/'); }
   // The non-empty names along the path ("/a//b/" has the names a and b).
-  size_t names() const { return names_.size(); }
+  size_t names() const { return split().size(); }
   Name name(size_t i) const;
   // The text of name i, without making a Name; empty past the last.
   std::string_view nameText(size_t i) const;
@@ -48,8 +53,12 @@ class EntityUriPath {
   friend bool operator==(EntityUriPath const& a, EntityUriPath const& b) { return a.text_ == b.text_; }
 
  private:
+  using NameSpans = std::vector<std::pair<uint32_t, uint32_t>>;  // offset and length of each name in text_
+  NameSpans const& split() const;
+
   String8 text_;
-  std::vector<std::pair<uint32_t, uint32_t>> names_;  // offset and length of each name in text_
+  mutable NameSpans names_;
+  mutable bool split_ = false;  // names_ has been read from text_
 };
 
 // One value of a query: present or not, with its text ("" for a bare flag).
@@ -86,11 +95,11 @@ class EntityUri {
   enum class Scheme { none, tcp, domainSocket };
 
   EntityUri() = default;
-  explicit EntityUri(String8 text);
+  explicit EntityUri(String8 text) : text_(std::move(text)) {}
   // The one URI that names this process's own tree.
   static EntityUri const& exportUri();
 
-  bool isEmpty() const { return !parts_; }
+  bool isEmpty() const { return text_.isEmpty(); }
   bool isExport() const { return text() == "*"; }
   bool isValid() const { return parts().valid; }
   // True when the scheme is one this framework serves (or there is none).
@@ -109,20 +118,17 @@ class EntityUri {
   // appended to the path, one '/' before each, the query kept.
   EntityUri below(EntityUriPath const& suffix) const;
 
-  String8 const& text() const { return parts().text; }
-  friend bool operator==(EntityUri const& a, EntityUri const& b) {
-    return a.parts_ == b.parts_ || a.text() == b.text();
-  }
+  String8 const& text() const { return text_; }
+  friend bool operator==(EntityUri const& a, EntityUri const& b) { return a.text_ == b.text_; }
 
  private:
-  // The text and what was read from it. Parsed once and shared by copies,
-  // so a URI is one pointer wide and copying it costs one count.
+  // What was read from the text, made when first asked for and shared by
+  // the copies made after that.
   struct Parts : PtrInterface {
-    explicit Parts(String8 t);
-    bool parse();
+    explicit Parts(std::string_view text) { valid = parse(text); }
+    bool parse(std::string_view text);
     bool parseAuthority(std::string_view authority);
 
-    String8 text;
     Scheme scheme = Scheme::none;
     String8 host;
     uint16_t port = 0;
@@ -131,10 +137,10 @@ class EntityUri {
     bool valid = true;
     bool schemeKnown = true;
   };
-  Parts const& parts() const { return parts_ ? *parts_ : emptyParts(); }
-  static Parts const& emptyParts();
+  Parts const& parts() const;
 
-  Ptr<Parts const> parts_;  // null for the empty URI
+  String8 text_;
+  mutable Ptr<Parts const> parts_;  // null until a part is asked for
 };
 
 template <>

@@ -152,6 +152,7 @@ Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std
   RemarksAsWarnings asWarnings(findings.warnings);
   parser.echoStreamIs(discarded);
   parser.remarksIs(remarks ? &asWarnings : nullptr);
+  parser.sourceLinesKeptIs(remarks);  // the warnings name lines
   for (std::string const& file : given.files) readFile(parser, String8(file), findings, who);
   parser.remarksIs(nullptr);
   return findings;

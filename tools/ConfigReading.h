@@ -59,7 +59,8 @@ struct Findings {
 // with `who` naming the subcommand for a file given on the command line. The
 // characters the language ignores are dropped (they would corrupt what the
 // command prints). With `remarks`, those beside a name and substitutions
-// without a value are warnings (tracking them costs a little per token).
+// without a value are warnings, and the parser keeps the line of each entry
+// and attribute for further warnings (both cost a little per token).
 Findings readConfigFiles(ConfigFileParser& parser, ConfigFiles const& given, std::string const& who,
                          bool remarks = false);
 
