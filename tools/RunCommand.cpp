@@ -191,7 +191,7 @@ int RunCommand::run() {
       },
       ActivityLoop::kMaxDelaySeconds);
   manager.stopping();
-  printStatusTable(statusRows(*statuses, *configs), std::cout);
+  printStatusTable(StatusRows(*statuses, *configs), std::cout);
   std::cout.flush();
   // A stop that was asked for is a clean stop, whatever the entries' state
   // (the table and the monitor have told it): a service manager counts a

@@ -49,16 +49,13 @@ int StatusCommand::run() {
       std::cerr << "agentenv status: no entry named '" << entry << "'" << std::endl;
       unknown = true;
     }
-  std::vector<StatusRow> rows = statusRows(*statuses, *configs, entries_);
   if (json_ && !watch_)
-    printStatusJson(rows, std::cout);  // a watch's first lines are these rows
+    printStatusJson(StatusRows(*statuses, *configs, entries_), std::cout);  // a watch's first lines are these rows
   else if (!json_)
-    printStatusTable(rows, std::cout);
+    printStatusTable(StatusRows(*statuses, *configs, entries_), std::cout);
   std::cout.flush();
   if (watch_ && !watch(view)) return kExitUsage;
-  rows = statusRows(*statuses, *configs, entries_);
-  bool allInitialized = std::all_of(rows.begin(), rows.end(), [](StatusRow const& r) { return r.initialized; });
-  return unknown || !allInitialized ? kExitProblems : kExitOk;
+  return unknown || !StatusRows(*statuses, *configs, entries_).allInitialized() ? kExitProblems : kExitOk;
 }
 
 bool StatusCommand::watch(AgentView const& view) {

@@ -95,18 +95,20 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, 
   if (config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig())
     row.listensOn = endpointText(*config);
   if (config && s.individualStatus() == AgentEnvStatus::notApplicable) row.waitingFor = waitingFor(*config, statuses);
-  row.initialized = s.individualStatus() == AgentEnvStatus::initialized;
   return row;
 }
 
-std::vector<StatusRow> statusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
-                                  std::vector<std::string> const& only) {
-  std::vector<StatusRow> rows;
+StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
+                       std::vector<std::string> const& only)
+    : statuses_(statuses), configs_(configs) {
   for (auto const& member : statuses.agentEnvStatuses())
-    if (isNamed(only, member.key().view()))
-      rows.push_back(statusRow(*member.value(), statuses, configs));
-  std::sort(rows.begin(), rows.end(), [](StatusRow const& a, StatusRow const& b) { return a.entry < b.entry; });
-  return rows;
+    if (isNamed(only, member.key().view())) order_.emplace_back(member.key().view(), member.value().ptr());
+  std::sort(order_.begin(), order_.end());
+}
+
+bool StatusRows::allInitialized() const {
+  return std::all_of(order_.begin(), order_.end(),
+                     [](auto const& e) { return e.second->individualStatus() == AgentEnvStatus::initialized; });
 }
 
 std::string StatusRow::json() const {
@@ -118,34 +120,59 @@ std::string StatusRow::json() const {
   return row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-void printStatusJson(std::vector<StatusRow> const& rows, std::ostream& out) {
-  for (StatusRow const& row : rows) out << row.json() << "\n";
+void printStatusJson(StatusRows const& rows, std::ostream& out) {
+  for (size_t i = 0; i < rows.size(); ++i) out << rows[i].json() << "\n";
 }
 
-void printStatusTable(std::vector<StatusRow> const& statusRows, std::ostream& out) {
-  using Row = std::array<std::string, 8>;
-  std::vector<Row> rows{{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"}};
-  for (StatusRow const& r : statusRows) {
-    std::string message = r.waitingFor.empty() ? oneLine(r.message) : "waiting for '" + r.waitingFor + "'";
-    rows.push_back({r.entry, r.mode, r.status, r.group, r.code, printable(message),
-                    printable(r.listensOn.empty() ? r.currentSource : r.listensOn), printable(oneLine(r.reason))});
+namespace {
+
+using Cells = std::array<std::string, 8>;
+Cells const kHeading{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"};
+
+Cells cells(StatusRow const& r) {
+  std::string message = r.waitingFor.empty() ? oneLine(r.message) : "waiting for '" + r.waitingFor + "'";
+  return {r.entry,
+          r.mode,
+          r.status,
+          r.group,
+          r.code,
+          printable(message),
+          printable(r.listensOn.empty() ? r.currentSource : r.listensOn),
+          printable(oneLine(r.reason))};
+}
+
+}  // namespace
+
+// Two passes over the rows, the first for the widths of the columns, so
+// that no more than a row is held at a time.
+void printStatusTable(StatusRows const& rows, std::ostream& out) {
+  std::array<size_t, 8> width{};
+  bool anyReason = false;
+  auto widen = [&](Cells const& row) {
+    for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
+  };
+  widen(kHeading);
+  for (size_t r = 0; r < rows.size(); ++r) {
+    Cells row = cells(rows[r]);
+    anyReason = anyReason || !row.back().empty();
+    widen(row);
   }
   // REASON is shown only when an entry has one.
-  bool anyReason = std::any_of(rows.begin() + 1, rows.end(), [](Row const& row) { return !row.back().empty(); });
-  size_t columns = anyReason ? rows[0].size() : rows[0].size() - 1;
-  std::array<size_t, 8> width{};
-  for (Row const& row : rows)
-    for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
+  size_t columns = anyReason ? kHeading.size() : kHeading.size() - 1;
   bool colour = colourWanted();
-  for (Row const& row : rows) {
-    std::string line;
+  std::string line;
+  auto print = [&](Cells const& row) {
+    line.clear();
     for (size_t i = 0; i < columns; ++i) {
       line += colour && (i == 2 || i == 3) ? coloured(row[i]) : row[i];
       if (i + 1 < columns) line.append(width[i] - row[i].size() + 2, ' ');
     }
     while (!line.empty() && line.back() == ' ') line.pop_back();
-    out << line << "\n";
-  }
+    line += '\n';
+    out << line;
+  };
+  print(kHeading);
+  for (size_t r = 0; r < rows.size(); ++r) print(cells(rows[r]));
 }
 
 }  // namespace Zet::Tool

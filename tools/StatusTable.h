@@ -26,7 +26,6 @@ struct StatusRow {
   std::string reason;
   std::string listensOn;   // an export's endpoint: "port 7001", "socket /run/a.sock"
   std::string waitingFor;  // the entry that one which has not acted waits for
-  bool initialized = false;
 
   // The row as one line of JSON, every key present ("" where empty).
   std::string json() const;
@@ -37,13 +36,28 @@ bool isNamed(std::vector<std::string> const& only, std::string_view entry);
 
 // The row of one entry.
 StatusRow statusRow(AgentEnvStatus const& status, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs);
-// The rows of the entries named in `only` (every entry when empty), by name.
-std::vector<StatusRow> statusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
-                                  std::vector<std::string> const& only = {});
 
-void printStatusTable(std::vector<StatusRow> const& rows, std::ostream& out);
+// The rows of the entries named in `only` (every entry when empty), by name.
+// A row is made each time it is asked for: an agent of a million entries
+// costs a name and a pointer per entry here, not a row. The directories
+// must not change while the rows are read.
+class StatusRows {
+ public:
+  StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
+             std::vector<std::string> const& only = {});
+  size_t size() const { return order_.size(); }
+  StatusRow operator[](size_t i) const { return statusRow(*order_[i].second, statuses_, configs_); }
+  bool allInitialized() const;
+
+ private:
+  AgentEnvStatusDir const& statuses_;
+  AgentEnvConfigDir const& configs_;
+  std::vector<std::pair<std::string_view, AgentEnvStatus const*>> order_;  // by name
+};
+
+void printStatusTable(StatusRows const& rows, std::ostream& out);
 // JSON Lines: one object per row.
-void printStatusJson(std::vector<StatusRow> const& rows, std::ostream& out);
+void printStatusJson(StatusRows const& rows, std::ostream& out);
 
 // Whether the status shows its code and message.
 bool showsReason(AgentEnvStatus const& status);

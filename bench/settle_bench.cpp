@@ -1,0 +1,195 @@
+// From configuration files to every entry initialized, as an operator runs
+// it: `agentenv run --until-settled FILE` as a process of its own, timed from
+// its start to its exit, with its peak resident memory per entry. Entries
+// instantiate a directory each, in three shapes:
+//   independent  10k, 100k and 1M entries that act at once
+//   chain        100k entries, each depending on the one before
+//   aggregates   1k aggregates of 100 entries (the aggregate and 99 members)
+// The ratios printed at the end tell how the time grows with the number of
+// entries and what a chain or an aggregate costs per entry beside
+// independent entries.
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+
+extern char** environ;
+
+namespace {
+
+enum class Shape { independent, chain, aggregates };
+constexpr int kAggregateSize = 100;
+
+std::string entryName(int i) {
+  std::string name = "e";
+  name += std::to_string(i);
+  return name;
+}
+
+void appendEntry(std::string& out, std::string const& name, std::string const& attributes) {
+  out.append(name).append(" {\n    typeName = \"Zet::Dir\";\n").append(attributes).append("}\n");
+}
+
+std::string attribute(char const* name, std::string const& value) {
+  std::string text = "    ";
+  text.append(name).append(" = \"").append(value).append("\";\n");
+  return text;
+}
+
+std::string configText(Shape shape, int entries) {
+  std::string text;
+  for (int i = 0; i < entries; ++i) {
+    std::string name = entryName(i);
+    std::string target = attribute("target", "/settle/" + name);
+    if (shape == Shape::independent) {
+      appendEntry(text, name, target);
+    } else if (shape == Shape::chain) {
+      appendEntry(text, name, i > 0 ? target + attribute("dependency", entryName(i - 1)) : target);
+    } else if (i % kAggregateSize == 0) {
+      std::string members;
+      for (int m = i + 1; m < i + kAggregateSize && m < entries; ++m)
+        appendEntry(members, entryName(m), attribute("pathSuffix", entryName(m)));
+      appendEntry(text, name, target + members);
+    }
+  }
+  return text;
+}
+
+// A temporary directory removed at exit, holding the control socket and one
+// file per shape and size, each written once.
+std::string const& root() {
+  static std::string made = [] {
+    std::string pattern = (std::filesystem::temp_directory_path() / "zet-settle-bench-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) std::abort();
+    return pattern;
+  }();
+  static bool const removedAtExit = (std::atexit([] { std::filesystem::remove_all(made); }), true);
+  (void)removedAtExit;
+  return made;
+}
+
+std::string const& configFile(Shape shape, int entries) {
+  static std::map<std::pair<Shape, int>, std::string> written;
+  auto [it, inserted] = written.try_emplace({shape, entries});
+  if (inserted) {
+    it->second = root() + "/settle-" + std::to_string(int(shape)) + "-" + std::to_string(entries) + ".conf";
+    std::ofstream(it->second, std::ios::binary) << configText(shape, entries);
+  }
+  return it->second;
+}
+
+struct AgentRun {
+  double seconds = 0;
+  long peakBytes = 0;
+  int status = -1;  // the exit status; -1 when it did not exit
+};
+
+// Runs `agentenv run --until-settled FILE` with its output discarded.
+AgentRun runAgent(std::string const& file) {
+  std::string control = "unix:" + root() + "/control.sock";
+  char const* argv[] = {AGENTENV_COMMAND, "run",  "--until-settled", "--control", control.c_str(),
+                        file.c_str(),     nullptr};
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  AgentRun run;
+  auto start = std::chrono::steady_clock::now();
+  pid_t pid = 0;
+  if (posix_spawn(&pid, argv[0], &actions, nullptr, const_cast<char**>(argv), environ) == 0) {
+    int status = 0;
+    rusage usage{};
+    if (::wait4(pid, &status, 0, &usage) == pid) {
+      run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+      run.peakBytes = usage.ru_maxrss * 1024;
+      if (WIFEXITED(status)) run.status = WEXITSTATUS(status);
+    }
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  return run;
+}
+
+void settle(benchmark::State& state, Shape shape) {
+  int const entries = static_cast<int>(state.range(0));
+  std::string const& file = configFile(shape, entries);
+  long peak = 0;
+  for (auto _ : state) {
+    AgentRun run = runAgent(file);
+    if (run.status != 0) {
+      state.SkipWithError("agentenv run did not settle with every entry initialized");
+      break;
+    }
+    state.SetIterationTime(run.seconds);
+    peak = std::max(peak, run.peakBytes);
+  }
+  state.counters["peakBytesPerEntry"] = double(peak) / entries;
+  state.counters["perEntry"] =
+      benchmark::Counter(entries, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+BENCHMARK_CAPTURE(settle, independent, Shape::independent)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1000000)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(settle, chain, Shape::chain)
+    ->Arg(100000)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(settle, aggregates, Shape::aggregates)
+    ->Arg(100000)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+
+// Prints the usual table, keeping each run's time so that the growth and
+// the shapes can be compared at the end.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(std::vector<Run> const& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (auto const& r : runs) seconds_[r.benchmark_name()] = r.GetAdjustedRealTime();
+  }
+  void printRatios() const {
+    ratio("growth 10k -> 100k (independent)", "settle/independent/100000/iterations:3/manual_time",
+          "settle/independent/10000/iterations:3/manual_time");
+    ratio("growth 100k -> 1M (independent)", "settle/independent/1000000/iterations:3/manual_time",
+          "settle/independent/100000/iterations:3/manual_time");
+    ratio("chain / independent at 100k", "settle/chain/100000/iterations:3/manual_time",
+          "settle/independent/100000/iterations:3/manual_time");
+    ratio("aggregates / independent at 100k", "settle/aggregates/100000/iterations:3/manual_time",
+          "settle/independent/100000/iterations:3/manual_time");
+  }
+
+ private:
+  void ratio(char const* what, std::string const& over, std::string const& under) const {
+    auto a = seconds_.find(over), b = seconds_.find(under);
+    if (a != seconds_.end() && b != seconds_.end()) std::printf("%-34s %.2f\n", what, a->second / b->second);
+  }
+  std::map<std::string, double> seconds_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.printRatios();
+  benchmark::Shutdown();
+}
