@@ -156,15 +156,18 @@ int RunCommand::run() {
   if (watch_) watch = std::make_unique<StatusWatch>(statuses, configs, std::cout);
 
   // The files are read apart and applied only when they are clean, as a
-  // reload does: an agent never starts on half a configuration.
-  Findings findings;
-  AgentView wanted = AgentView::ofFiles(files_, "run", findings);
-  if (findings.unreadableFile) return kExitUsage;
-  if (findings.errors) {
-    std::cerr << "agentenv run: the files have errors; nothing was started" << std::endl;
-    return kExitUsage;
+  // reload does: an agent never starts on half a configuration. What was
+  // read goes once it is applied.
+  {
+    Findings findings;
+    AgentView wanted = AgentView::ofFiles(files_, "run", findings);
+    if (findings.unreadableFile) return kExitUsage;
+    if (findings.errors) {
+      std::cerr << "agentenv run: the files have errors; nothing was started" << std::endl;
+      return kExitUsage;
+    }
+    applyPlan(*configs, *wanted.configs, planChanges(*configs, statuses.ptr(), *wanted.configs));
   }
-  applyPlan(*configs, *wanted.configs, planChanges(*configs, statuses.ptr(), *wanted.configs));
   controlPoint.host().readingIs(String8(FilesReading::ofThisProcess(files_).json()));
   // The monitor starts once the entries have reacted to one another: an
   // entry naming one that a later file brings is not reported in between.
