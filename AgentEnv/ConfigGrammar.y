@@ -4,8 +4,8 @@
  * Actions hand what they find to the ConfigFileParser through the reader.
  * Texts (identifiers, strings and the strings built from them) are owned by
  * the value stack: an action takes over the texts it consumes (Owned), and
- * %destructor frees those that error recovery or an abandoned parse throws
- * away. Every call that may throw runs under ACT: the exception is kept by
+ * %destructor hands back those that error recovery or an abandoned parse
+ * throws away; both give them back to the reader, which reuses them. Every call that may throw runs under ACT: the exception is kept by
  * the reader and the parse is abandoned (YYABORT), so the stack is released
  * before the reader rethrows it. */
 
@@ -32,12 +32,17 @@ class ConfigText;
 #include "AgentEnv/ConfigReader.h"
 #include "AgentEnv/ConfigText.h"
 
-using Owned = std::unique_ptr<Zet::ConfigText>;
+struct Recycle {
+  Zet::ConfigReader* reader;
+  void operator()(Zet::ConfigText* text) const noexcept { reader->recycle(text); }
+};
+using Owned = std::unique_ptr<Zet::ConfigText, Recycle>;
+#define OWN(text) Owned(text, Recycle{&reader})
 using Type = Zet::ConfigFileParser::AttributeType;
 
 #define ACT(...) do { if (!reader.guarded([&] { __VA_ARGS__; })) YYABORT; } while (0)
-#define DEFINE(name, text, type) ACT(Owned value(text); reader.defineAttribute(name, value->view(), type))
-#define MISSING_SEMICOLON(text) ACT(Owned value(text); reader.displayAttributeError("missing semi-colon", -1))
+#define DEFINE(name, text, type) ACT(Owned value = OWN(text); reader.defineAttribute(name, value->view(), type))
+#define MISSING_SEMICOLON(text) ACT(Owned value = OWN(text); reader.displayAttributeError("missing semi-colon", -1))
 
 /* Nesting 10,000 entities deep takes about 30,000 stack entries, and a line
  * of 250,000 joined strings 500,000; the stack lives on the heap. */
@@ -70,7 +75,7 @@ using Type = Zet::ConfigFileParser::AttributeType;
 %type <text> StringValue
 %type <number> NumValue
 
-%destructor { delete $$; } <text>
+%destructor { reader.recycle($$); } <text>
 
 %start Program
 
@@ -86,7 +91,7 @@ IncludeList
     ;
 
 Include
-    : INCLUDE STRING_LITERAL            { ACT(Owned file($2); reader.parser().configFileEnq(Zet::String8(file->view()))); }
+    : INCLUDE STRING_LITERAL            { ACT(Owned file = OWN($2); reader.parser().configFileEnq(Zet::String8(file->view()))); }
     ;
 
 EntityList
@@ -99,7 +104,7 @@ Entity
     ;
 
 EntHead
-    : IDENTIFIER                        { ACT(Owned name($1); reader.parser().handleEntityScopeEnter(Zet::Name(name->view()))); }
+    : IDENTIFIER                        { ACT(Owned name = OWN($1); reader.parser().handleEntityScopeEnter(Zet::Name(name->view()))); }
     ;
 
 EntBody
@@ -119,12 +124,12 @@ Attribute
     | SOURCE_1 '=' StringValue ';'      { DEFINE("source1", $3, Type::source1); }
     | PATH_SUFFIX '=' StringValue ';'   { DEFINE("pathSuffix", $3, Type::pathSuffix); }
     | TARGET '=' StringValue ';'
-        { ACT(Owned value($3);
+        { ACT(Owned value = OWN($3);
               reader.defineAttribute("target", value->view() == "anyPort" ? std::string_view("65535") : value->view(), Type::target)); }
     | TARGET '=' ANY_PORT ';'           { ACT(reader.defineAttribute("target", std::to_string($3), Type::target)); }
     | TYPE_NAME '=' StringValue ';'     { DEFINE("typeName", $3, Type::uType); }
     | DEPENDENCY '=' StringValue ';'
-        { ACT(Owned value($3);
+        { ACT(Owned value = OWN($3);
               if (value->view() == "_NOT READY_") reader.displayError("dependency cannot have value '_NOT READY_'");
               else reader.parser().handleAttribute(Type::dependency, Zet::Name(value->view()))); }
     | TIMEOUT_PERIOD '=' NumValue ';'
@@ -136,14 +141,14 @@ Attribute
 NumValue
     : INT_LITERAL                       { $$ = static_cast<double>($1); }
     | DOUBLE_LITERAL                    { $$ = $1; }
-    | '$' '{' IDENTIFIER '}'            { ACT(Owned name($3); $$ = reader.numericSubstitution(name->view())); }
+    | '$' '{' IDENTIFIER '}'            { ACT(Owned name = OWN($3); $$ = reader.numericSubstitution(name->view())); }
     ;
 
 StringValue
     : STRING_LITERAL                    { $$ = $1; }
-    | '$' '{' IDENTIFIER '}'            { ACT(Owned name($3); $$ = reader.substitution(name->view())); }
+    | '$' '{' IDENTIFIER '}'            { ACT(Owned name = OWN($3); $$ = reader.substitution(name->view())); }
     | StringValue '+' StringValue
-        { ACT(Owned left($1); Owned right($3); reader.concatenate(left->view(), *right); $$ = right.release()); }
+        { ACT(Owned left = OWN($1); Owned right = OWN($3); reader.concatenate(left->view(), *right); $$ = right.release()); }
     ;
 
 AttributeError
@@ -155,11 +160,11 @@ AttributeError
     | TYPE_NAME '=' StringValue         { MISSING_SEMICOLON($3); }
     | TIMEOUT_PERIOD '=' StringValue    { MISSING_SEMICOLON($3); }
     | IDENTIFIER '=' StringValue ';'
-        { ACT(Owned name($1); Owned value($3); reader.displayError("unknown attribute name: " + std::string(name->view()))); }
+        { ACT(Owned name = OWN($1); Owned value = OWN($3); reader.displayError("unknown attribute name: " + std::string(name->view()))); }
     | IDENTIFIER '=' INT_LITERAL ';'
-        { ACT(Owned name($1); reader.displayError("unknown attribute name: " + std::string(name->view()))); }
+        { ACT(Owned name = OWN($1); reader.displayError("unknown attribute name: " + std::string(name->view()))); }
     | IDENTIFIER '=' DOUBLE_LITERAL ';'
-        { ACT(Owned name($1); reader.displayError("unknown attribute name: " + std::string(name->view()))); }
+        { ACT(Owned name = OWN($1); reader.displayError("unknown attribute name: " + std::string(name->view()))); }
     ;
 
 %%

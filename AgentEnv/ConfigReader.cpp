@@ -12,6 +12,7 @@
 
 namespace Zet {
 
+ConfigReader::ConfigReader() = default;
 ConfigReader::~ConfigReader() { CleanupParser(); }
 
 void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) {
@@ -82,9 +83,7 @@ String8 ConfigReader::substitutionValue(std::string_view name) const {
   return parser_->substitutions(key);
 }
 
-ConfigText* ConfigReader::substitution(std::string_view name) const {
-  return new ConfigText(substitutionValue(name).view());
-}
+ConfigText* ConfigReader::substitution(std::string_view name) { return newText(substitutionValue(name).view()); }
 
 double ConfigReader::numericSubstitution(std::string_view name) {
   std::istringstream in(substitutionValue(name).str());

@@ -1,17 +1,19 @@
 #pragma once
-// ConfigReader: what the generated scanner (ConfigScanner.l) and grammar
-// (ConfigGrammar.y) share while they read one configuration file, and what
-// the grammar's actions call.
+// ConfigReader: the scanner of configuration files (ConfigScanner.cpp), and
+// what it and the generated grammar (ConfigGrammar.y) share while they read
+// one file, and what the grammar's actions call.
 //
 // Each ConfigFileParser owns one reader, so the scanner and grammar are
 // reentrant and parsers share nothing. A read runs InitScanner(file),
 // InitParser(parser), parse(), then CleanupParser(), which must run even when
-// parse() throws: it releases the scanner with its buffers and the
-// reference to the parser. Not thread-safe.
+// parse() throws: it releases the scanner's buffer and the reference to the
+// parser. Not thread-safe.
 
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <string_view>
+#include <vector>
 
 #include "AgentEnv/ConfigFileParser.h"
 
@@ -23,7 +25,7 @@ class ConfigText;
 
 class ConfigReader {
  public:
-  ConfigReader() = default;
+  ConfigReader();
   ~ConfigReader();
   ConfigReader(ConfigReader const&) = delete;
   ConfigReader& operator=(ConfigReader const&) = delete;
@@ -44,36 +46,20 @@ class ConfigReader {
   void CleanupParser();
 
   // No token is longer than its line, so bounding lines bounds the scanner's
-  // buffer, whose size is an int.
+  // buffer.
   static constexpr size_t kMaxLineLength = size_t(64) << 20;
-
-  // ---- For the scanner -----------------------------------------------------
-
-  // Reads up to `size` bytes of the file; 0 at its end. Throws on a read
-  // error and on a line longer than kMaxLineLength.
-  size_t read(char* buffer, size_t size);
-  // Every scanner rule calls this first with its text, which lies on the
-  // current line.
-  void textScanned(char const* text, size_t size) {
-    lineOfText_ = line_;
-    if (!remarking_) return;  // the common case costs one branch
-    if (strayByte_ >= 0 && isNameByte(text[0])) remarkStrayByte();
-    strayByte_ = -1;
-    afterName_ = endsName_;
-    endsName_ = isNameByte(text[size - 1]);
-  }
-  // The line of the most recently scanned text.
-  unsigned long lineOfText() const { return lineOfText_; }
-  void lineEnded() { ++line_; }
-  // Copies characters the language ignores to the parser's echo stream; one
-  // that touches a name is a remark (ConfigFileParser::Remarks).
-  void echo(char const* text, size_t size);
 
   // ---- For the grammar -----------------------------------------------------
 
   ConfigFileParser& parser() const { return *parser_; }
   // The next token (0 at the end of input), its value stored in *value.
   int nextToken(AGENTENV_STYPE* value) noexcept;
+  // A text for the grammar's value stack, which hands it back to recycle():
+  // texts are reused, so that a token costs no allocation.
+  ConfigText* newText(std::string_view text);
+  void recycle(ConfigText* text) noexcept;
+  // The line of the most recently scanned text.
+  unsigned long lineOfText() const { return lineOfText_; }
   // Runs a grammar action. What it throws is kept for parse() to rethrow and
   // false is returned, upon which the action abandons the parse.
   template <class Action>
@@ -95,7 +81,7 @@ class ConfigReader {
   // The value of a substitution, as a string and as a number. A value that
   // does not read as a number is reported as "missing semi-colon" on the line
   // above and counts as 0.
-  ConfigText* substitution(std::string_view name) const;
+  ConfigText* substitution(std::string_view name);
   double numericSubstitution(std::string_view name);
   // The language's '+': drops one trailing quote of `left` and one leading
   // quote of `right`, then puts `left` in front of `right`.
@@ -104,6 +90,30 @@ class ConfigReader {
   static std::string numberText(double value);
 
  private:
+  // ---- The scanner (ConfigScanner.cpp) ---------------------------------------
+
+  // The next token; throws what reading the file throws.
+  int scan(AGENTENV_STYPE* value);
+  // Makes [next_, linesEnd_) hold the next whole lines (or the file's last
+  // bytes); false at the end of the file.
+  bool refill();
+  // Reads up to `size` bytes of the file; 0 at its end. Throws on a read
+  // error and on a line longer than kMaxLineLength.
+  size_t read(char* buffer, size_t size);
+  size_t readSome(char* buffer, size_t size);
+  // Every token and every text the language skips passes here first: it
+  // lies on the current line.
+  void textScanned(char const* text, size_t size) {
+    lineOfText_ = line_;
+    if (!remarking_) return;  // the common case costs one branch
+    if (strayByte_ >= 0 && isNameByte(text[0])) remarkStrayByte();
+    strayByte_ = -1;
+    afterName_ = endsName_;
+    endsName_ = isNameByte(text[size - 1]);
+  }
+  // Copies a character the language ignores to the parser's echo stream; one
+  // that touches a name is a remark (ConfigFileParser::Remarks).
+  void echo(char const* text, size_t size);
   static bool isNameByte(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
   }
@@ -111,11 +121,19 @@ class ConfigReader {
   // The value of a substitution; one without a value is a remark.
   String8 substitutionValue(std::string_view name) const;
   void releaseScanner();
-  size_t readSome(char* buffer, size_t size);
   [[noreturn]] void throwFileError(char const* what) const;
 
-  void* scanner_ = nullptr;  // the flex scanner (yyscan_t) of the current read
   FILE* in_ = nullptr;
+  // The bytes read from in_: [next_, linesEnd_) are whole lines (or the
+  // file's last bytes) not scanned yet, [linesEnd_, filled_) the start of
+  // the next line.
+  std::unique_ptr<char[]> buffer_;
+  size_t capacity_ = 0;
+  size_t next_ = 0;
+  size_t linesEnd_ = 0;
+  size_t filled_ = 0;
+  bool fileEnded_ = false;
+  std::vector<std::unique_ptr<ConfigText>> spareTexts_;
   Ptr<ConfigFileParser> parser_;
   std::exception_ptr failure_;    // what ended the current parse early
   unsigned long line_ = 1;        // the line the scanner is on
@@ -133,7 +151,7 @@ class ConfigReader {
 
 }  // namespace Zet
 
-// The entry points of the generated scanner and grammar.
+// The entry points of the scanner and the generated grammar.
 int agentenv_lex(AGENTENV_STYPE* value, Zet::ConfigReader& reader);
 int agentenv_parse(Zet::ConfigReader& reader);
 void agentenv_error(Zet::ConfigReader& reader, char const* message);

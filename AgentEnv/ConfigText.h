@@ -6,8 +6,8 @@
 // again and again to the text built so far. ConfigText keeps spare room in
 // front of its characters and doubles it when it runs out, which makes a
 // chain of any length cost time linear in its total size. The scanner makes
-// one per token; the grammar owns it through its value stack. Not
-// thread-safe.
+// one per identifier and string; the grammar owns it through its value
+// stack and hands it back to the reader, which reuses it. Not thread-safe.
 
 #include <algorithm>
 #include <string>
@@ -22,6 +22,12 @@ class ConfigText {
   ConfigText& operator=(ConfigText const&) = delete;
 
   std::string_view view() const { return std::string_view(buffer_).substr(start_); }
+  size_t capacity() const { return buffer_.capacity(); }
+  // Replaces the text, reusing the memory held.
+  void assign(std::string_view text) {
+    buffer_.assign(text);
+    start_ = 0;
+  }
   bool startsWith(char c) const { return start_ < buffer_.size() && buffer_[start_] == c; }
 
   void dropFirst() {

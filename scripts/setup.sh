@@ -3,7 +3,7 @@
 # runs apt-get; otherwise it prints the packages to install and fails.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev pkg-config flex bison
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev pkg-config bison
           libgtest-dev libbenchmark-dev libconfig++-dev libcli11-dev nlohmann-json3-dev git locales)
 missing=()
 for p in "${packages[@]}"; do
