@@ -11,8 +11,9 @@
 // process. The bound counts snapshots too: it must exceed the largest
 // snapshot a peer may ask for. What a peer's subscriptions keep is bounded
 // as well: a peer whose subscriptions together watch more entities than
-// its bound (each subscription keeps its own record of every entity below
-// its path) is disconnected, and it may hold 65536 subscriptions at most.
+// its bound (each subscription counts every entity below its path, though
+// subscriptions of one entity share their record of it) is disconnected,
+// and it may hold 65536 subscriptions at most.
 
 #include <cstdint>
 #include <memory>
