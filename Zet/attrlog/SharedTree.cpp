@@ -99,7 +99,7 @@ SharedTree::SharedTree(Entity& root) : rootEntity_(&root) {
       rootWatch_ = std::make_unique<RootWatch>(*this, entry);
   std::vector<Node*> added;
   addSubtree(&root, nullptr, added);
-  root_ = added.front();
+  root_ = added.empty() ? nullptr : added.front();  // nothing for a mirror
 }
 
 SharedTree::~SharedTree() {
