@@ -22,6 +22,7 @@
 #include "tests/peer/Gauge.h"
 #include "tests/peer/Loopback.h"
 #include "tests/peer/PeerProcess.h"
+#include "tests/sanitized_build.h"
 
 namespace Zet {
 namespace {
@@ -457,12 +458,6 @@ TEST(Mount, IdlePeersCostNoReadBufferAndPartialFramesHaveABoundForAll) {
   EXPECT_EQ(n, 0) << "the second peer is disconnected";
   EXPECT_EQ(peer("figures"), "sessions 1 pending 0");
 }
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ZET_SANITIZED_BUILD 1
-#endif
-#endif
 
 TEST(Mount, AServerOutOfDescriptorsRestsUntilOneIsFree) {
 #ifdef ZET_SANITIZED_BUILD

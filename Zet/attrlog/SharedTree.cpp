@@ -82,15 +82,36 @@ struct SharedTree::Node {
   std::unique_ptr<DirWatch> entries;                     // a directory is watched for its entries,
   std::unique_ptr<AttributeWatch> attributes;            // anything else for its attributes
   std::unordered_map<std::string_view, Node*> children;  // of a directory, by name
-  uint64_t change = 0;                                   // the number of its change in changes_; 0 when none waits
+  size_t waitedFor = 0;                                  // by how many subscribers
+  uint32_t walk = 0;                                     // the last walk that met it
 };
 
 std::shared_ptr<SharedTree> SharedTree::of(Entity& root) {
   auto& trees = sharedTrees();
-  if (auto found = trees.find(&root); found != trees.end()) return found->second->shared_from_this();
+  auto found = trees.find(&root);
+  if (found != trees.end() && found->second->showsEntitiesNow()) return found->second->shared_from_this();
+  // The tree it replaces, if any, stays for the subscribers it has.
   std::shared_ptr<SharedTree> made(new SharedTree(root));
-  trees.emplace(&root, made.get());
+  trees[&root] = made.get();
   return made;
+}
+
+bool SharedTree::showsEntitiesNow() const {
+  if (!root_) return false;
+  uint32_t walk = ++lastWalk_;
+  size_t met = 0;
+  std::vector<Entity*> pending{root_->entity.ptr()};
+  while (!pending.empty()) {
+    Entity* entity = pending.back();
+    pending.pop_back();
+    if (entity->isMirror()) continue;
+    auto found = nodes_.find(entity);
+    if (found == nodes_.end()) return false;
+    if (std::exchange(found->second->walk, walk) == walk) continue;
+    ++met;
+    forEachChild(*entity, [&](Entity* child) { pending.push_back(child); });
+  }
+  return met == nodes_.size();
 }
 
 SharedTree::SharedTree(Entity& root) : rootEntity_(&root) {
@@ -108,9 +129,8 @@ SharedTree::~SharedTree() {
 }
 
 void SharedTree::subscribe(Subscriber& subscriber) {
+  subscriber.index = subscribers_.size();
   subscribers_.push_back(&subscriber);
-  subscriber.written = lastChange_;
-  subscriber.caughtUp = true;
   subscriber.watched += nodes_.size();
   // Parents before children: a node is made after its parent, so its id is
   // larger.
@@ -125,15 +145,12 @@ void SharedTree::subscribe(Subscriber& subscriber) {
 
 void SharedTree::unsubscribe(Subscriber& subscriber) {
   subscriber.watched -= nodes_.size();
-  subscribers_.erase(std::find(subscribers_.begin(), subscribers_.end(), &subscriber));
-  for (auto it = changes_.upper_bound(subscriber.written); it != changes_.end();) {
-    if (--it->second.unwritten != 0) {
-      ++it;
-      continue;
-    }
-    it->second.node->change = 0;
-    it = changes_.erase(it);
-  }
+  for (Node* node : subscriber.waiting) --node->waitedFor;
+  subscriber.waiting.clear();
+  Subscriber* last = subscribers_.back();
+  subscribers_[subscriber.index] = last;
+  last->index = subscriber.index;
+  subscribers_.pop_back();
 }
 
 SharedTree::Node& SharedTree::newNode(Entity* entity, Node* parent) {
@@ -225,41 +242,40 @@ void SharedTree::publish(long watchedDelta) {
 }
 
 void SharedTree::markChanged(Node& node) {
-  if (subscribers_.empty()) return;
-  forgetChange(node);
-  node.change = ++lastChange_;
-  changes_.emplace(node.change, Change{&node, subscribers_.size()});
   for (Subscriber* s : subscribers_) {
-    if (!s->caughtUp) continue;
-    s->caughtUp = false;
-    s->outlet.changesWaiting();
+    if (!s->waiting.insert(&node).second) continue;  // conflated with the change waiting
+    ++node.waitedFor;
+    s->changed.push_back(&node);
+    if (s->changed.size() - s->nextChanged == 1) s->outlet.changesWaiting();
   }
 }
 
 void SharedTree::forgetChange(Node& node) {
-  if (node.change == 0) return;
-  changes_.erase(node.change);
-  node.change = 0;
+  // Its place in each list is skipped: it is no longer waited for.
+  for (size_t i = 0; i < subscribers_.size() && node.waitedFor > 0; ++i)
+    if (subscribers_[i]->waiting.erase(&node)) --node.waitedFor;
 }
 
 void SharedTree::writeChanges(Subscriber& subscriber, size_t limit) {
   std::string& out = subscriber.outlet.frames();
   FrameWriter writer(out);
-  auto it = changes_.upper_bound(subscriber.written);
-  while (it != changes_.end() && out.size() < limit) {
-    Node& node = *it->second.node;
-    writer.updateOpen(subscriber.subscription, node.id);
-    writeAttributes(writer, *node.entity);
+  auto& changed = subscriber.changed;
+  while (subscriber.nextChanged < changed.size() && out.size() < limit) {
+    Node* node = changed[subscriber.nextChanged++];
+    if (!subscriber.waiting.erase(node)) continue;
+    --node->waitedFor;
+    writer.updateOpen(subscriber.subscription, node->id);
+    writeAttributes(writer, *node->entity);
     writer.close();
-    subscriber.written = it->first;
-    if (--it->second.unwritten != 0) {
-      ++it;
-      continue;
-    }
-    node.change = 0;
-    it = changes_.erase(it);
   }
-  subscriber.caughtUp = it == changes_.end();
+  if (subscriber.nextChanged < changed.size()) return;
+  // All written (nothing waits once the list is through): both start again,
+  // small.
+  constexpr size_t kKept = 64;
+  if (changed.capacity() > kKept) std::vector<Node*>().swap(changed);
+  if (subscriber.waiting.bucket_count() > kKept) std::unordered_set<Node*>().swap(subscriber.waiting);
+  changed.clear();
+  subscriber.nextChanged = 0;
 }
 
 void SharedTree::writeEntity(std::string& out, uint32_t subscription, Node const& node) const {

@@ -23,20 +23,22 @@
 // itself, or two that mount each other's, would otherwise feed their
 // mirrors back to themselves without end.
 //
-// Changes are numbered. The tree keeps each changed entity once, under the
-// number of its latest change, until every subscriber has written it; a
-// subscriber remembers the number up to which it has written.
+// Each subscriber keeps the entities changed since it last wrote them, once
+// each, in the order of their first change: what it waits for, never the
+// tree. A subscriber that joins a tree whose entities have moved in ways
+// the tree was not told of (an entity reached through a second link, a
+// mirror released) gets a new tree, made from what is there now.
 //
 // Attributes go out as their text, generically, from the type descriptor;
 // those the type cannot take back from text (pointers, collections) are not
 // sent, as the mounting side could not apply them.
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "Zet/Dir.h"
@@ -60,12 +62,19 @@ class SharedTree : public std::enable_shared_from_this<SharedTree> {
     ~Outlet() = default;
   };
 
+  struct Node;
   struct Subscriber {
+    Subscriber(Outlet& o, uint32_t s, size_t& w) : outlet(o), subscription(s), watched(w) {}
     Outlet& outlet;
     uint32_t subscription;
-    size_t& watched;       // entities watched by its connection's subscriptions
-    uint64_t written = 0;  // the changes numbered up to this one are written
-    bool caughtUp = true;  // no change waits for it
+    size_t& watched;  // entities watched by its connection's subscriptions
+
+   private:
+    friend class SharedTree;
+    size_t index = 0;                   // in subscribers_
+    std::vector<Node*> changed;         // in the order of their first change,
+    size_t nextChanged = 0;             // from this one on;
+    std::unordered_set<Node*> waiting;  // those of them not written since
   };
 
   // The tree served at root (not a mirror), shared with the subscribers
@@ -80,21 +89,14 @@ class SharedTree : public std::enable_shared_from_this<SharedTree> {
   void subscribe(Subscriber& subscriber);
   void unsubscribe(Subscriber& subscriber);
   // Writes update frames for the entities changed since the subscriber
-  // last wrote, oldest change first, until none is left or its frames hold
-  // at least limit bytes.
+  // last wrote them, oldest change first, until none is left or its frames
+  // hold at least limit bytes.
   void writeChanges(Subscriber& subscriber, size_t limit);
 
  private:
-  struct Node;
   class AttributeWatch;
   class DirWatch;
   class RootWatch;
-  // An entity whose latest change some subscriber has not written yet.
-  struct Change {
-    Node* node;
-    size_t unwritten;  // subscribers that have not written it
-  };
-
   explicit SharedTree(Entity& root);
   // Adds top and everything below it under parent (null for the root),
   // appending the new nodes, parents first, to `added`; iterative, so depth
@@ -109,7 +111,11 @@ class SharedTree : public std::enable_shared_from_this<SharedTree> {
   void memberChanged(Node& owner, Name const& name);
   void childChanged(Node& parent, Name const& name, Ptr<Entity> const& now);
   void rootEntryChanged();
+  // Whether walking the entities below the root now meets exactly those
+  // of the tree.
+  bool showsEntitiesNow() const;
   void markChanged(Node& node);
+  // Takes the node out of what its subscribers wait for.
   void forgetChange(Node& node);
   // Sends the frames of scratch_ to every subscriber, under its own
   // subscription, with the change in the number of entities watched.
@@ -123,9 +129,8 @@ class SharedTree : public std::enable_shared_from_this<SharedTree> {
   Node* root_ = nullptr;
   std::unique_ptr<RootWatch> rootWatch_;
   std::vector<Subscriber*> subscribers_;
-  uint64_t lastChange_ = 0;
-  std::map<uint64_t, Change> changes_;  // by the number of the change
-  std::string scratch_;                 // frames being published
+  std::string scratch_;  // frames being published
+  mutable uint32_t lastWalk_ = 0;
 };
 
 }  // namespace NboAttrLog
