@@ -133,7 +133,7 @@ Attribute
               if (value->view() == "_NOT READY_") reader.displayError("dependency cannot have value '_NOT READY_'");
               else reader.parser().handleAttribute(Type::dependency, Zet::Name(value->view()))); }
     | TIMEOUT_PERIOD '=' NumValue ';'
-        { ACT(reader.parser().handleAttribute(Type::timeoutPeriod, Zet::Name(reader.numberText($3)))); }
+        { ACT(reader.parser().handleAttribute(Type::timeoutPeriod, reader.valueName(Type::timeoutPeriod, reader.numberText($3)))); }
     | UNMOUNT_TYPE '=' IDENTIFIER ';'   { DEFINE("unmountType", $3, Type::unmountType); }
     | AttributeError
     ;

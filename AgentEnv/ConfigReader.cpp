@@ -58,7 +58,13 @@ void ConfigReader::defineAttribute(std::string_view attribute, std::string_view 
                                    ConfigFileParser::AttributeType type) {
   if (value.empty()) return;
   ZET_TRACE_AT("ConfigFileParser", 3) << parser_->currentFile() << ": " << attribute << " = " << value;
-  parser_->handleAttribute(type, Name(value));
+  parser_->handleAttribute(type, valueName(type, value));
+}
+
+Name const& ConfigReader::valueName(ConfigFileParser::AttributeType type, std::string_view value) {
+  Name& last = lastValues_.at(static_cast<size_t>(type));
+  if (last.view() != value) last = Name(value);
+  return last;
 }
 
 void ConfigReader::displayAttributeError(std::string_view message, long lineDelta) {

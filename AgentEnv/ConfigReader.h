@@ -9,6 +9,7 @@
 // parse() throws: it releases the scanner's buffer and the reference to the
 // parser. Not thread-safe.
 
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -74,6 +75,10 @@ class ConfigReader {
   }
   // Hands a value to the parser's handleAttribute, unless it is empty.
   void defineAttribute(std::string_view attribute, std::string_view value, ConfigFileParser::AttributeType type);
+  // The value of an attribute as a name. One equal to the previous value of
+  // the same attribute shares its text: files repeat type names, timeouts
+  // and unmount types entry after entry, and each costs one text then.
+  Name const& valueName(ConfigFileParser::AttributeType type, std::string_view value);
   // Reports "file:line: error: message" at the line of the most recently
   // scanned text, or at that line plus lineDelta, and counts it.
   void displayError(std::string_view message) { displayAttributeError(message, 0); }
@@ -147,6 +152,7 @@ class ConfigReader {
   bool endsName_ = false;
   int strayByte_ = -1;
   unsigned long remarkedLine_ = 0;
+  std::array<Name, 8> lastValues_;  // by attribute type
 };
 
 }  // namespace Zet
