@@ -81,7 +81,10 @@ bool isNamed(std::vector<std::string> const& only, std::string_view entry) {
 }
 
 StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs) {
-  Ptr<AgentEnvConfig const> config = configs.agentEnvConfig(s.name());
+  return statusRow(s, configs.agentEnvConfig(s.name()).ptr(), statuses);
+}
+
+StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, AgentEnvStatusDir const& statuses) {
   bool failed = showsReason(s);
   StatusRow row;
   row.entry = s.name().str();
@@ -100,15 +103,16 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, 
 
 StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
                        std::vector<std::string> const& only)
-    : statuses_(statuses), configs_(configs) {
+    : statuses_(statuses) {
   for (auto const& member : statuses.agentEnvStatuses())
-    if (isNamed(only, member.key().view())) order_.emplace_back(member.key().view(), member.value().ptr());
-  std::sort(order_.begin(), order_.end());
+    if (isNamed(only, member.key().view()))
+      order_.push_back({member.key().view(), member.value().ptr(), configs.agentEnvConfig(member.key()).ptr()});
+  std::sort(order_.begin(), order_.end(), [](Entry const& a, Entry const& b) { return a.name < b.name; });
 }
 
 bool StatusRows::allInitialized() const {
   return std::all_of(order_.begin(), order_.end(),
-                     [](auto const& e) { return e.second->individualStatus() == AgentEnvStatus::initialized; });
+                     [](Entry const& e) { return e.status->individualStatus() == AgentEnvStatus::initialized; });
 }
 
 std::string StatusRow::json() const {

@@ -34,7 +34,8 @@ struct StatusRow {
 // Whether `entry` is among the entries named; every entry is when none is.
 bool isNamed(std::vector<std::string> const& only, std::string_view entry);
 
-// The row of one entry.
+// The row of one entry, whose config is given or looked up.
+StatusRow statusRow(AgentEnvStatus const& status, AgentEnvConfig const* config, AgentEnvStatusDir const& statuses);
 StatusRow statusRow(AgentEnvStatus const& status, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs);
 
 // The rows of the entries named in `only` (every entry when empty), by name.
@@ -46,13 +47,17 @@ class StatusRows {
   StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
              std::vector<std::string> const& only = {});
   size_t size() const { return order_.size(); }
-  StatusRow operator[](size_t i) const { return statusRow(*order_[i].second, statuses_, configs_); }
+  StatusRow operator[](size_t i) const { return statusRow(*order_[i].status, order_[i].config, statuses_); }
   bool allInitialized() const;
 
  private:
+  struct Entry {
+    std::string_view name;
+    AgentEnvStatus const* status;
+    AgentEnvConfig const* config;  // null when the entry has none
+  };
   AgentEnvStatusDir const& statuses_;
-  AgentEnvConfigDir const& configs_;
-  std::vector<std::pair<std::string_view, AgentEnvStatus const*>> order_;  // by name
+  std::vector<Entry> order_;  // by name
 };
 
 void printStatusTable(StatusRows const& rows, std::ostream& out);
