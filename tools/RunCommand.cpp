@@ -155,19 +155,21 @@ int RunCommand::run() {
   std::unique_ptr<StatusWatch> watch;
   if (watch_) watch = std::make_unique<StatusWatch>(statuses, configs, std::cout);
 
-  // The files are read apart and applied only when they are clean, as a
-  // reload does: an agent never starts on half a configuration. What was
-  // read goes once it is applied.
-  {
-    Findings findings;
-    AgentView wanted = AgentView::ofFiles(files_, "run", findings);
-    if (findings.unreadableFile) return kExitUsage;
-    if (findings.errors) {
-      std::cerr << "agentenv run: the files have errors; nothing was started" << std::endl;
-      return kExitUsage;
-    }
-    applyPlan(*configs, *wanted.configs, planChanges(*configs, statuses.ptr(), *wanted.configs));
+  // The files are read into the environment while its state machines are
+  // switched off, and they are switched on only when the files are clean:
+  // an agent never starts on half a configuration. (A reload reads apart
+  // and applies what changed, as the machines are running then.)
+  Ptr<AgentEnvDirSm> machines =
+      entityCast<AgentEnvDirSmWrapper>(AgentEnv::dir()->entityRef(Name("AgentEnvDirSm")))->adsm();
+  machines->hasNotificationActiveIs(false);
+  Findings findings = readConfigFiles(*configFileParserFactory(configs), files_, "run");
+  if (findings.unreadableFile) return kExitUsage;
+  if (findings.errors) {
+    std::cerr << "agentenv run: the files have errors; nothing was started" << std::endl;
+    return kExitUsage;
   }
+  machines->hasNotificationActiveIs(true);
+  machines->handleConfig();
   controlPoint.host().readingIs(String8(FilesReading::ofThisProcess(files_).json()));
   // The monitor starts once the entries have reacted to one another: an
   // entry naming one that a later file brings is not reported in between.
