@@ -104,6 +104,7 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, Agent
 StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
                        std::vector<std::string> const& only)
     : statuses_(statuses) {
+  order_.reserve(only.empty() ? statuses.agentEnvStatusCount() : only.size());
   for (auto const& member : statuses.agentEnvStatuses())
     if (isNamed(only, member.key().view()))
       order_.push_back({member.key().view(), member.value().ptr(), configs.agentEnvConfig(member.key()).ptr()});
