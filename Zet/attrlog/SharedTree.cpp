@@ -123,7 +123,9 @@ SharedTree::SharedTree(Entity& root) : rootEntity_(&root) {
   root_ = added.empty() ? nullptr : added.front();  // nothing for a mirror
 }
 
-SharedTree::~SharedTree() {
+SharedTree::~SharedTree() { leaveShared(); }
+
+void SharedTree::leaveShared() {
   auto& trees = sharedTrees();
   if (auto found = trees.find(rootEntity_); found != trees.end() && found->second == this) trees.erase(found);
 }
@@ -192,10 +194,7 @@ void SharedTree::removeSubtree(Node& top) {
     ++removed;
   }
   // A new subscription to the same root, should it come back, starts anew.
-  if (!root_) {
-    auto& trees = sharedTrees();
-    if (auto found = trees.find(rootEntity_); found != trees.end() && found->second == this) trees.erase(found);
-  }
+  if (!root_) leaveShared();
   publish(-removed);
 }
 

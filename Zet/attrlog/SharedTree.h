@@ -98,6 +98,8 @@ class SharedTree : public std::enable_shared_from_this<SharedTree> {
   class DirWatch;
   class RootWatch;
   explicit SharedTree(Entity& root);
+  // Stops being the tree that new subscriptions of its root get.
+  void leaveShared();
   // Adds top and everything below it under parent (null for the root),
   // appending the new nodes, parents first, to `added`; iterative, so depth
   // costs no stack.
