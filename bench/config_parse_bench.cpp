@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "AgentEnv/ConfigFileParser.h"
+#include "bench/TimesReporter.h"
 
 #ifdef ZET_HAVE_LIBCONFIGXX
 #include <libconfig.h++>
@@ -263,46 +264,28 @@ void lexingFloor(benchmark::State& state) {
 }
 BENCHMARK(lexingFloor)->Name("lexing_floor")->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
-// Prints the usual table, keeping each run's time per iteration so that the
-// two readers can be compared at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(std::vector<Run> const& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (Run const& r : runs) seconds_[r.benchmark_name()] = r.GetAdjustedRealTime();
+// How the three readers compare, size by size.
+void printRatios(TimesReporter const& times) {
+  for (char const* size : {"10000", "100000", "1000000"}) {
+    double ours = times.seconds(std::string("agentenv_fill/") + size);
+    double theirs = times.seconds(std::string("libconfig++_parse/") + size);
+    double floor = times.seconds(std::string("lexing_floor/") + size);
+    if (ours == 0) continue;
+    std::printf("%8s entries:", size);
+    if (theirs > 0)
+      std::printf(" agentenv fills its directory %.2fx as fast as libconfig++ parses the twin file;", theirs / ours);
+    if (floor > 0) std::printf(" %.1fx the time of a lexing pass", ours / floor);
+    std::printf("\n");
   }
-  void printRatios() const {
-    for (char const* size : {"10000", "100000", "1000000"}) {
-      double ours = seconds("agentenv_fill/", size);
-      double theirs = seconds("libconfig++_parse/", size);
-      double floor = seconds("lexing_floor/", size);
-      if (ours == 0) continue;
-      std::printf("%8s entries:", size);
-      if (theirs > 0)
-        std::printf(" agentenv fills its directory %.2fx as fast as libconfig++ parses the twin file;", theirs / ours);
-      if (floor > 0) std::printf(" %.1fx the time of a lexing pass", ours / floor);
-      std::printf("\n");
-    }
-  }
-
- private:
-  double seconds(std::string const& benchmark, char const* size) const {
-    auto it = seconds_.find(benchmark + size);
-    return it == seconds_.end() ? 0 : it->second;
-  }
-  std::map<std::string, double> seconds_;
-};
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
+  return runBenchmarks(argc, argv, [](TimesReporter const& times) {
 #ifndef ZET_HAVE_LIBCONFIGXX
-  std::printf("libconfig++ was not found when building: no side-by-side comparison\n");
+    std::printf("libconfig++ was not found when building: no side-by-side comparison\n");
 #endif
-  reporter.printRatios();
-  benchmark::Shutdown();
+    printRatios(times);
+  });
 }

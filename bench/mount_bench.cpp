@@ -107,7 +107,8 @@ Percentiles latency(Test::PeerProcess& peer, std::string const& ownSource, std::
   auto ping = ptr_cast<Gauge>(home->entityIs(Name(String8(name)), "Test::Gauge"));
   peer("gauge /pong/" + name + " 0");
   peer("reflect " + ownSource + "/bench/ping/" + name + " /pong/" + name);
-  auto pong = ptr_cast<Gauge>(mountAt("pong" + name, peerSource + "/pong/" + name, "/bench/pong/" + name)->mountedEntity());
+  auto pong =
+      ptr_cast<Gauge>(mountAt("pong" + name, peerSource + "/pong/" + name, "/bench/pong/" + name)->mountedEntity());
   roundTrips(ping, pong, 200);  // warm up: the peer's mount completes, caches fill
   return percentiles(roundTrips(ping, pong, 5000));
 }
@@ -135,10 +136,11 @@ void snapshot(Test::PeerProcess& peer, std::string const& source) {
   auto start = Clock::now();
   mountAt("big", source + "/big", "/bench/big");
   double elapsed = seconds(Clock::now() - start);
-  std::printf("snapshot  %zu entities: complete in %.3f s, %.1f bytes read per entity, %.0f resident bytes per "
-              "mirrored entity\n",
-              kEntities, elapsed, double(bytesRead() - readBefore) / kEntities,
-              double(residentBytes() - residentBefore) / kEntities);
+  std::printf(
+      "snapshot  %zu entities: complete in %.3f s, %.1f bytes read per entity, %.0f resident bytes per "
+      "mirrored entity\n",
+      kEntities, elapsed, double(bytesRead() - readBefore) / kEntities,
+      double(residentBytes() - residentBefore) / kEntities);
 }
 
 // A blocking client of a RESP server, enough for publish and subscribe.
@@ -168,7 +170,8 @@ class RespClient {
   static std::string command(std::vector<std::string> const& words) {
     std::string out("*");
     out.append(std::to_string(words.size())).append("\r\n");
-    for (auto const& w : words) out.append("$").append(std::to_string(w.size())).append("\r\n").append(w).append("\r\n");
+    for (auto const& w : words)
+      out.append("$").append(std::to_string(w.size())).append("\r\n").append(w).append("\r\n");
     return out;
   }
   // Reads until `needle` has been seen; returns false at end of stream.
@@ -201,8 +204,8 @@ void redisFigures(Propagation ours, Percentiles oursRoundTrip) {
   if (server == 0) {
     std::freopen("/dev/null", "w", stdout);
     std::string p = std::to_string(port);
-    ::execlp("redis-server", "redis-server", "--port", p.c_str(), "--save", "", "--appendonly", "no",
-             "--loglevel", "warning", static_cast<char*>(nullptr));
+    ::execlp("redis-server", "redis-server", "--port", p.c_str(), "--save", "", "--appendonly", "no", "--loglevel",
+             "warning", static_cast<char*>(nullptr));
     ::_exit(127);
   }
   RespClient subscriber(port), publisher(port);
@@ -236,12 +239,14 @@ void redisFigures(Propagation ours, Percentiles oursRoundTrip) {
     double rate = kMessages / seconds(Clock::now() - start);
     // Publish to receive crosses two connections and the server, as our
     // round trip crosses two connections and the peer: those are compared.
-    std::printf("redis       pub/sub over TCP: %.2f M messages/s, each delivered (ours reflects %.2f M writes/s by "
-                "conflating: ratio %.2f)\n",
-                rate / 1e6, ours.writesPerSecond / 1e6, ours.writesPerSecond / rate);
-    std::printf("redis       one message in flight, publish to receive: p50 %.1f us p99 %.1f us (our round trip: "
-                "ratio p50 %.2f, p99 %.2f)\n",
-                redis.p50, redis.p99, oursRoundTrip.p50 / redis.p50, oursRoundTrip.p99 / redis.p99);
+    std::printf(
+        "redis       pub/sub over TCP: %.2f M messages/s, each delivered (ours reflects %.2f M writes/s by "
+        "conflating: ratio %.2f)\n",
+        rate / 1e6, ours.writesPerSecond / 1e6, ours.writesPerSecond / rate);
+    std::printf(
+        "redis       one message in flight, publish to receive: p50 %.1f us p99 %.1f us (our round trip: "
+        "ratio p50 %.2f, p99 %.2f)\n",
+        redis.p50, redis.p99, oursRoundTrip.p50 / redis.p50, oursRoundTrip.p99 / redis.p99);
   }
   ::kill(server, SIGTERM);
   ::waitpid(server, nullptr, 0);

@@ -24,6 +24,8 @@
 #include <map>
 #include <string>
 
+#include "bench/TimesReporter.h"
+
 extern char** environ;
 
 namespace {
@@ -156,40 +158,20 @@ BENCHMARK_CAPTURE(settle, aggregates, Shape::aggregates)
     ->Iterations(3)
     ->Unit(benchmark::kMillisecond);
 
-// Prints the usual table, keeping each run's time so that the growth and
-// the shapes can be compared at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(std::vector<Run> const& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (auto const& r : runs) seconds_[r.benchmark_name()] = r.GetAdjustedRealTime();
-  }
-  void printRatios() const {
-    ratio("growth 10k -> 100k (independent)", "settle/independent/100000/iterations:3/manual_time",
-          "settle/independent/10000/iterations:3/manual_time");
-    ratio("growth 100k -> 1M (independent)", "settle/independent/1000000/iterations:3/manual_time",
-          "settle/independent/100000/iterations:3/manual_time");
-    ratio("chain / independent at 100k", "settle/chain/100000/iterations:3/manual_time",
-          "settle/independent/100000/iterations:3/manual_time");
-    ratio("aggregates / independent at 100k", "settle/aggregates/100000/iterations:3/manual_time",
-          "settle/independent/100000/iterations:3/manual_time");
-  }
-
- private:
-  void ratio(char const* what, std::string const& over, std::string const& under) const {
-    auto a = seconds_.find(over), b = seconds_.find(under);
-    if (a != seconds_.end() && b != seconds_.end()) std::printf("%-34s %.2f\n", what, a->second / b->second);
-  }
-  std::map<std::string, double> seconds_;
-};
+// How the time grows with the entries, and what the shapes cost beside
+// independent entries.
+void printRatios(TimesReporter const& times) {
+  auto ratio = [&](char const* what, char const* over, char const* under) {
+    auto run = [](char const* name) { return std::string("settle/") + name + "/iterations:3/manual_time"; };
+    double a = times.seconds(run(over)), b = times.seconds(run(under));
+    if (a > 0 && b > 0) std::printf("%-34s %.2f\n", what, a / b);
+  };
+  ratio("growth 10k -> 100k (independent)", "independent/100000", "independent/10000");
+  ratio("growth 100k -> 1M (independent)", "independent/1000000", "independent/100000");
+  ratio("chain / independent at 100k", "chain/100000", "independent/100000");
+  ratio("aggregates / independent at 100k", "aggregates/100000", "independent/100000");
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.printRatios();
-  benchmark::Shutdown();
-}
+int main(int argc, char** argv) { return runBenchmarks(argc, argv, printRatios); }
