@@ -159,6 +159,8 @@ bool EntityUri::Parts::parse(std::string_view t) {
   }
   if (head == "tcp") {
     scheme = Scheme::tcp;
+  } else if (head == "tls") {
+    scheme = Scheme::tls;
   } else if (head == "unix") {
     scheme = Scheme::domainSocket;
   } else {
@@ -187,7 +189,7 @@ static bool isIpv6Literal(std::string_view host) {
          });
 }
 
-// "host:port" or "[ipv6]:port" for tcp, with a port of 1 to 65535 in decimal
+// "host:port" or "[ipv6]:port" for tcp and tls, with a port of 1 to 65535 in decimal
 // digits; the percent-encoded socket path, without NUL, for unix.
 bool EntityUri::Parts::parseAuthority(std::string_view authority) {
   if (authority.empty()) return false;

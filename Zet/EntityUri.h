@@ -9,6 +9,8 @@
 //   "path/to/entity", "/path"           a path without a scheme
 //   "tcp://host:port/path?query"        an entity of a process on a TCP port
 //   "tcp://[::1]:port/path"             the same with an IPv6 literal
+//   "tls://host:port/path?query"        the same over TLS (certificates
+//                                       checked both ways)
 //   "unix://%2Fsocket%2Fpath/path?query" one behind a domain socket; the
 //                                       socket path is percent-encoded
 // The query ("a=1&b") carries mount flags. A URI is made from any text and
@@ -92,7 +94,7 @@ class UriQuery {
 
 class EntityUri {
  public:
-  enum class Scheme { none, tcp, domainSocket };
+  enum class Scheme { none, tcp, domainSocket, tls };
 
   EntityUri() = default;
   explicit EntityUri(String8 text) : text_(std::move(text)) {}
@@ -105,7 +107,7 @@ class EntityUri {
   // True when the scheme is one this framework serves (or there is none).
   bool checkScheme() const { return parts().schemeKnown; }
   Scheme scheme() const { return parts().scheme; }
-  // tcp: host (a name, or an IPv6 literal given in brackets, returned
+  // tcp and tls: host (a name, or an IPv6 literal given in brackets, returned
   // without them) and port (1 to 65535); unix: the decoded socket path,
   // which holds no NUL.
   String8 const& host() const { return parts().host; }

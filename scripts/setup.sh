@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev pkg-config bison
-          libgtest-dev libbenchmark-dev libconfig++-dev libcli11-dev nlohmann-json3-dev git locales)
+          libgtest-dev libbenchmark-dev libconfig++-dev libcli11-dev nlohmann-json3-dev libssl-dev openssl git locales)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -19,6 +19,12 @@ TEST(EntityUri, ReadsEveryFormItServesAndKeepsBadOnes) {
   EXPECT_EQ(tcp.query().value("timeout").text(), "5");
   EXPECT_FALSE(tcp.query().value("other").isPresent());
   EXPECT_EQ(stringValue(tcp), "tcp://db.local:4000/store/items?persist&timeout=5");
+  EntityUri tls(String8("tls://[::1]:4001/store"));
+  EXPECT_TRUE(tls.isValid());
+  EXPECT_EQ(tls.scheme(), EntityUri::Scheme::tls);
+  EXPECT_EQ(tls.host(), "::1");
+  EXPECT_EQ(tls.port(), 4001);
+  EXPECT_FALSE(EntityUri(String8("tls://host/store")).isValid());
 
   EntityUri local(String8("unix://%2Ftmp%2Fagent.sock/a/b"));
   EXPECT_TRUE(local.isValid());

@@ -69,7 +69,7 @@ class Lint {
       if (!isMountSource(source)) return;
       std::string quoted = std::string(label) + " '" + source.text().str() + "'";
       if (source.isValid() && source.scheme() == EntityUri::Scheme::none)
-        warn(e, attribute, quoted + " has no scheme: a mount needs tcp://HOST:PORT/PATH or unix://SOCKET/PATH");
+        warn(e, attribute, quoted + " has no scheme: a mount needs tcp://HOST:PORT/PATH, tls://HOST:PORT/PATH or unix://SOCKET/PATH");
       else if (!source.isValid() || !source.checkScheme())
         warn(e, attribute, quoted + " is not a valid source URI");
     };

@@ -12,6 +12,7 @@
 #include "Zet/Format.h"
 #include "Zet/System.h"
 #include "Zet/Trace.h"
+#include "Zet/attrlog/TlsIdentity.h"
 
 namespace Zet {
 namespace NboAttrLog {
@@ -88,7 +89,14 @@ void AttrLogService::socketFileDel(Listener const& listener) {
     ::unlink(listener.domainPath.charPtr());
 }
 
-void AttrLogService::listenPortIs(unsigned short port) { replace(tcp_, port ? Socket::listenTcp(port) : SocketFd(), {}); }
+// With a TLS identity the TCP listener speaks TLS only; one that cannot be
+// used keeps the port closed rather than serving the tree in plain text.
+void AttrLogService::listenPortIs(unsigned short port) {
+  TlsIdentity const& tls = TlsIdentity::process();
+  if (port && !tls.problem().isEmpty())
+    throw ListenException(format("cannot listen on TCP port %u with TLS: %s", unsigned(port), tls.problem().charPtr()));
+  replace(tcp_, port ? Socket::listenTcp(port) : SocketFd(), {});
+}
 
 void AttrLogService::listenDomainSockIs(String8 const& path) {
   replace(domain_, path.isEmpty() ? SocketFd() : Socket::listenDomain(path), path);
@@ -132,8 +140,11 @@ void AttrLogService::acceptAll(Listener& listener) {
     }
     exhaustionSaid_ = false;
     String8 refused = listener.domain ? refusal(fd.get()) : String8();
-    String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr()) : String8("TCP peer");
-    auto session = std::make_unique<AttrLogSession>(std::move(fd), peer, refused, bounds_,
+    String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr())
+                                   : "TCP peer " + Socket::peerAddress(fd.get());
+    ssl_ctx_st* context = listener.domain ? nullptr : TlsIdentity::process().serverContext();
+    std::unique_ptr<TlsChannel> tls = context ? TlsChannel::server(context, fd.get()) : nullptr;
+    auto session = std::make_unique<AttrLogSession>(std::move(fd), std::move(tls), peer, refused, bounds_,
                                                     [this](AttrLogSession* s) { sessionEnded(s); });
     AttrLogSession* key = session.get();
     sessions_.emplace(key, std::move(session));

@@ -15,8 +15,9 @@ constexpr size_t kMaxSubscriptions = 65536;
 
 }  // namespace
 
-AttrLogSession::AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, Bounds bounds, Ended ended)
-    : stream_(new AttrLogStream(std::move(fd), false, this, std::move(peer))),
+AttrLogSession::AttrLogSession(SocketFd fd, std::unique_ptr<TlsChannel> tls, String8 peer, String8 const& refusal,
+                               Bounds bounds, Ended ended)
+    : stream_(new AttrLogStream(std::move(fd), false, this, std::move(peer), std::move(tls))),
       bounds_(bounds),
       ended_(std::move(ended)) {
   stream_->inputBoundedIs(true);
@@ -93,7 +94,7 @@ void AttrLogSession::onRoom() {
   for (auto& [subscription, tree] : trees_) tree->writeChanges(kChangeSlice);
 }
 
-void AttrLogSession::onStreamClosed(String8 const& reason) {
+void AttrLogSession::onStreamClosed(String8 const& reason, bool) {
   ZET_TRACE_AT("NboAttrLog", 1) << "session with " << stream_->peer() << " ended: " << reason;
   finish();
 }

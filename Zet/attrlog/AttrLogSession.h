@@ -37,8 +37,10 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
     size_t watchedEntities;  // entities its subscriptions watch together
   };
 
-  // Serves the accepted connection fd; `refusal` non-empty refuses it.
-  AttrLogSession(SocketFd fd, String8 peer, String8 const& refusal, Bounds bounds, Ended ended);
+  // Serves the accepted connection fd, over TLS when given `tls`;
+  // `refusal` non-empty refuses it.
+  AttrLogSession(SocketFd fd, std::unique_ptr<TlsChannel> tls, String8 peer, String8 const& refusal, Bounds bounds,
+                 Ended ended);
   ~AttrLogSession();
 
   String8 const& peer() const { return stream_->peer(); }
@@ -46,7 +48,7 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
 
  private:
   void onMessage(Message const& message) override;
-  void onStreamClosed(String8 const& reason) override;
+  void onStreamClosed(String8 const& reason, bool refused) override;
   void onRoom() override;
   std::string& frames() override { return stream_->out(); }
   void framesAdded() override;

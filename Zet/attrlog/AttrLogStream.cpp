@@ -12,6 +12,7 @@
 #include "Zet/Format.h"
 #include "Zet/System.h"
 #include "Zet/Trace.h"
+#include "Zet/attrlog/TlsIdentity.h"
 
 namespace Zet {
 namespace NboAttrLog {
@@ -44,9 +45,23 @@ void emptied(std::string& buffer) {
 
 }  // namespace
 
-AttrLogStream::AttrLogStream(SocketFd fd, bool connecting, Handler* handler, String8 peer)
-    : fd_(std::move(fd)), handler_(handler), peer_(std::move(peer)), connecting_(connecting) {
+AttrLogStream::AttrLogStream(SocketFd fd, bool connecting, Handler* handler, String8 peer,
+                             std::unique_ptr<TlsChannel> tls)
+    : fd_(std::move(fd)), handler_(handler), peer_(std::move(peer)), connecting_(connecting), tls_(std::move(tls)) {
   watchFor(connecting ? ActivityLoop::kWritable : ActivityLoop::kReadable);
+  if (!tls_) return;
+  // A peer that stalls in the handshake holds a descriptor and a TLS state:
+  // it has a bounded time to finish.
+  double bound = TlsIdentity::process().handshakeSeconds();
+  handshakeTimer_ = loop().timerIs(bound, [this, bound] {
+    handshakeTimer_ = 0;
+    Ptr<AttrLogStream> keep(this);
+    String8 why = format("the TLS handshake was not done within %g s", bound);
+    if (tls_->isServer()) {
+      ZET_TRACE_AT("NboAttrLog", 0) << "dropping " << peer_ << ": " << why;
+    }
+    fail(format("%s: %s", peer_.charPtr(), why.charPtr()));
+  });
 }
 
 AttrLogStream::~AttrLogStream() { close(); }
@@ -57,6 +72,10 @@ void AttrLogStream::close() {
   Ptr<AttrLogStream> lastHold = std::move(selfWhileClosing_);
   if (watching_ != 0) loop().fdWatcherDel(fd_.get());
   watching_ = 0;
+  if (handshakeTimer_) loop().timerDel(handshakeTimer_);
+  handshakeTimer_ = 0;
+  if (tls_) tls_->shutdown();
+  tls_.reset();
   fd_.reset();
 }
 
@@ -86,15 +105,93 @@ void AttrLogStream::onEvents(unsigned events) {
     if (events & (ActivityLoop::kWritable | ActivityLoop::kError)) onConnected();
     return;
   }
+  if (tls_ && !tls_->established()) return shakeHands();
   if (events & (ActivityLoop::kReadable | ActivityLoop::kError)) readAvailable();
-  if (fd_.isOpen() && (events & ActivityLoop::kWritable)) flush();
+  // TLS may need to read before it can write again: pending bytes are
+  // tried whatever woke the stream.
+  if (fd_.isOpen() && ((events & ActivityLoop::kWritable) || (tls_ && pendingBytes()))) flush();
 }
 
 void AttrLogStream::onConnected() {
   if (int error = Socket::finishConnect(fd_.get()); error != 0)
     return fail(format("cannot connect to %s: %s", peer_.charPtr(), std::strerror(error)));
   connecting_ = false;
+  if (tls_) return shakeHands();
   watchFor(ActivityLoop::kReadable | (pendingBytes() ? unsigned(ActivityLoop::kWritable) : 0u));
+}
+
+void AttrLogStream::shakeHands() {
+  Io io = tls_->handshake();
+  if (io == Io::wantRead || io == Io::wantWrite) return await(io);
+  if (io == Io::done) {
+    loop().timerDel(handshakeTimer_);
+    handshakeTimer_ = 0;
+    watchFor(ActivityLoop::kReadable);
+    // The peer's first frames may have come with its last handshake bytes.
+    readAvailable();
+    if (fd_.isOpen()) flush();
+    return;
+  }
+  bool refused = io == Io::refused || io == Io::plainPeer;
+  if (tls_->isServer() && refused && (io == Io::plainPeer || tls_->established())) return refuse(tls_->problem());
+  if (tls_->isServer()) {
+    ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << peer_ << ": " << tls_->problem();
+  }
+  fail(format("TLS with %s failed: %s", peer_.charPtr(), tls_->problem().charPtr()), refused);
+}
+
+void AttrLogStream::refuse(String8 why) {
+  ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << peer_ << ": " << why;
+  if (tls_ && !tls_->established()) tls_.reset();  // it hears why in plain text
+  // What the peer sent is read first: a socket closed with unread bytes
+  // resets the connection, and the peer could lose the refusal.
+  char sink[4096];
+  size_t n = 0, discarded = 0;
+  while (discarded < kReadChunk && receive(sink, sizeof sink, n) == Io::done) discarded += n;
+  Handler* handler = handler_;
+  out_.clear();
+  sent_ = 0;
+  FrameWriter(out_).refused(why.view());
+  closeAfterSending();
+  if (handler) handler->onStreamClosed(format("refused %s: %s", peer_.charPtr(), why.charPtr()), true);
+}
+
+TlsChannel::Io AttrLogStream::receive(char* bytes, size_t capacity, size_t& n) {
+  if (tls_) {
+    Io io = tls_->read(bytes, capacity, n);
+    problem_ = tls_->problem();
+    return io;
+  }
+  while (true) {
+    ssize_t r = ::read(fd_.get(), bytes, capacity);
+    if (r > 0) n = size_t(r);
+    if (r >= 0) return r > 0 ? Io::done : Io::closed;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return Io::wantRead;
+    if (errno == EINTR) continue;
+    problem_ = std::strerror(errno);
+    return Io::failed;
+  }
+}
+
+TlsChannel::Io AttrLogStream::transmit(char const* bytes, size_t size, size_t& n) {
+  if (tls_) {
+    Io io = tls_->write(bytes, size, n);
+    problem_ = tls_->problem();
+    return io;
+  }
+  while (true) {
+    ssize_t r = ::send(fd_.get(), bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (r >= 0) n = size_t(r);
+    if (r >= 0) return Io::done;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return Io::wantWrite;
+    if (errno == EINTR) continue;
+    problem_ = std::strerror(errno);
+    return Io::failed;
+  }
+}
+
+void AttrLogStream::await(Io io) {
+  watchFor(io == Io::wantWrite ? ActivityLoop::kReadable | ActivityLoop::kWritable : ActivityLoop::kReadable);
 }
 
 // Bytes are read into one buffer shared by every stream of the thread and
@@ -104,18 +201,21 @@ void AttrLogStream::readAvailable() {
   static thread_local std::unique_ptr<char[]> scratch(new char[kReadChunk]);
   size_t total = 0;
   while (total < kReadBudget) {
-    ssize_t n = ::read(fd_.get(), scratch.get(), kReadChunk);
-    if (n > 0) {
-      total += size_t(n);
-      received(std::string_view(scratch.get(), size_t(n)));
+    size_t n = 0;
+    Io io = receive(scratch.get(), kReadChunk, n);
+    if (io == Io::done) {
+      total += n;
+      received(std::string_view(scratch.get(), n));
       if (!fd_.isOpen()) return;
-      if (size_t(n) < kReadChunk) break;  // drained: no need to hear EAGAIN say so
+      // Drained: no need to hear EAGAIN say so (TLS returns a record at a
+      // time, so it reads on until it hears it).
+      if (!tls_ && n < kReadChunk) break;
       continue;
     }
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
-    if (n < 0 && errno == EINTR) continue;
-    return fail(n == 0 ? format("%s closed the connection", peer_.charPtr())
-                       : format("reading from %s failed: %s", peer_.charPtr(), std::strerror(errno)));
+    if (io == Io::wantRead) break;
+    if (io == Io::wantWrite) return await(io);
+    if (io == Io::closed) return fail(format("%s closed the connection", peer_.charPtr()));
+    return fail(format("reading from %s failed: %s", peer_.charPtr(), problem_.charPtr()), io == Io::refused);
   }
 }
 
@@ -173,7 +273,7 @@ void AttrLogStream::sendSoon() {
 }
 
 void AttrLogStream::flush() {
-  if (!fd_.isOpen() || connecting_) return;
+  if (!fd_.isOpen() || connecting_ || (tls_ && !tls_->established())) return;
   while (true) {
     if (sent_ == out_.size()) {
       emptied(out_);
@@ -183,29 +283,27 @@ void AttrLogStream::flush() {
       if (handler_) handler_->onRoom();
       if (out_.empty()) return watchFor(ActivityLoop::kReadable);
     }
-    ssize_t n = ::send(fd_.get(), out_.data() + sent_, out_.size() - sent_, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n > 0) {
-      sent_ += size_t(n);
-    } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      return watchFor(ActivityLoop::kReadable | ActivityLoop::kWritable);
-    } else if (n < 0 && errno != EINTR) {
-      return writeFailed(errno);
-    }
+    size_t n = 0;
+    Io io = transmit(out_.data() + sent_, out_.size() - sent_, n);
+    if (io == Io::done) sent_ += n;
+    else if (io == Io::wantRead || io == Io::wantWrite) return await(io);
+    else return writeFailed(io);
   }
 }
 
 // A peer that closed may have said why first (a server's refusal arrives
 // before our greeting has gone out): what it sent is read and delivered
 // before the failed write ends the stream.
-void AttrLogStream::writeFailed(int error) {
+void AttrLogStream::writeFailed(Io io) {
+  String8 problem = io == Io::closed ? String8("the peer closed the connection") : problem_;
   readAvailable();
-  if (fd_.isOpen()) fail(format("writing to %s failed: %s", peer_.charPtr(), std::strerror(error)));
+  if (fd_.isOpen()) fail(format("writing to %s failed: %s", peer_.charPtr(), problem.charPtr()), io == Io::refused);
 }
 
-void AttrLogStream::fail(String8 const& reason) {
+void AttrLogStream::fail(String8 const& reason, bool refused) {
   Handler* handler = handler_;
   close();
-  if (handler) handler->onStreamClosed(reason);
+  if (handler) handler->onStreamClosed(reason, refused);
 }
 
 }  // namespace NboAttrLog

@@ -9,6 +9,13 @@
 // malformed; the handler hears why once (onStreamClosed) and the stream
 // closes its socket. A handler may drop the stream from any of its callbacks.
 //
+// Given a TlsChannel, the stream speaks TLS: frames written before the
+// handshake is done wait for it, and a handshake that does not end within
+// the identity's bound ends the stream. A server stream refuses, with a
+// `refused` frame and a trace line, a peer that does not speak TLS (in
+// plain text) and a client certificate its identity does not allow (over
+// TLS); a handshake that fails is traced and ends the stream.
+//
 // Memory follows need: a stream keeps received bytes only while a frame is
 // incomplete, and gives back the storage of a buffer it has emptied once it
 // grew past a few KiB. What the streams of accepted peers hold together for
@@ -17,6 +24,7 @@
 // pass the bound ends. Streams this process connected are not counted: a
 // peer it never chose cannot starve its mounts.
 
+#include <memory>
 #include <string>
 
 #include "Zet/ActivityLoop.h"
@@ -24,6 +32,7 @@
 #include "Zet/String8.h"
 #include "Zet/attrlog/AttrLogProtocol.h"
 #include "Zet/attrlog/Socket.h"
+#include "Zet/attrlog/TlsChannel.h"
 
 namespace Zet {
 namespace NboAttrLog {
@@ -34,7 +43,9 @@ class AttrLogStream : public PtrInterface {
    public:
     virtual void onMessage(Message const& message) = 0;
     // The stream has ended; reason says why, for traces and statuses.
-    virtual void onStreamClosed(String8 const& reason) = 0;
+    // `refused`: one end turned the other down before anything was
+    // exchanged (a certificate, TLS spoken to plain text or the reverse).
+    virtual void onStreamClosed(String8 const& reason, bool refused) = 0;
     // Everything written so far has gone out (or nothing was written): the
     // handler may write what it has held back. Called again as long as it
     // writes something and the socket takes it.
@@ -45,8 +56,9 @@ class AttrLogStream : public PtrInterface {
   };
 
   // Takes over fd; `connecting` when a connect is still under way. `peer`
-  // names the other end in traces.
-  AttrLogStream(SocketFd fd, bool connecting, Handler* handler, String8 peer);
+  // names the other end in traces. With `tls`, the stream speaks TLS.
+  AttrLogStream(SocketFd fd, bool connecting, Handler* handler, String8 peer,
+                std::unique_ptr<TlsChannel> tls = nullptr);
   ~AttrLogStream() override;
 
   String8 const& peer() const { return peer_; }
@@ -67,8 +79,20 @@ class AttrLogStream : public PtrInterface {
   void close();
 
  private:
+  using Io = TlsChannel::Io;
+
   void onEvents(unsigned events);
   void onConnected();
+  void shakeHands();
+  // Refuses the peer of a server stream: it hears why, then the stream
+  // closes; the handler hears it as a refusal.
+  void refuse(String8 why);
+  // Reads and sends through TLS or on the bare socket; a problem leaves
+  // its description in problem_.
+  Io receive(char* bytes, size_t capacity, size_t& n);
+  Io transmit(char const* bytes, size_t size, size_t& n);
+  // The loop's interest for an operation that could not go on.
+  void await(Io io);
   void readAvailable();
   void received(std::string_view bytes);
   size_t deliverFrames(std::string_view bytes);
@@ -77,9 +101,9 @@ class AttrLogStream : public PtrInterface {
   bool holdInput(size_t bytes);
   void flush();
   void watchFor(unsigned events);
-  void writeFailed(int error);
+  void writeFailed(Io io);
   // Ends the stream and tells the handler why.
-  void fail(String8 const& reason);
+  void fail(String8 const& reason, bool refused = false);
 
   SocketFd fd_;
   Handler* handler_;
@@ -94,6 +118,9 @@ class AttrLogStream : public PtrInterface {
   bool flushQueued_ = false;
   bool closing_ = false;
   Message message_;  // reused for every frame
+  std::unique_ptr<TlsChannel> tls_;
+  ActivityLoop::TimerId handshakeTimer_ = 0;
+  String8 problem_;  // what the last failed receive or transmit met
   Ptr<AttrLogStream> selfWhileClosing_;
 };
 

@@ -163,6 +163,22 @@ SocketFd acceptFrom(int listenFd) {
   return SocketFd(fd);
 }
 
+String8 peerAddress(int fd) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  char host[INET6_ADDRSTRLEN] = "";
+  if (::getpeername(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) return "unknown address";
+  if (address.ss_family == AF_INET) {
+    auto const& v4 = reinterpret_cast<sockaddr_in const&>(address);
+    ::inet_ntop(AF_INET, &v4.sin_addr, host, sizeof host);
+    return format("%s:%u", host, unsigned(ntohs(v4.sin_port)));
+  }
+  if (address.ss_family != AF_INET6) return "unknown address";
+  auto const& v6 = reinterpret_cast<sockaddr_in6 const&>(address);
+  ::inet_ntop(AF_INET6, &v6.sin6_addr, host, sizeof host);
+  return format("[%s]:%u", host, unsigned(ntohs(v6.sin6_port)));
+}
+
 std::optional<uid_t> peerUid(int fd) {
   ucred cred{};
   socklen_t size = sizeof cred;

@@ -66,6 +66,11 @@ int finishConnect(int fd);
 // accept failed (errno says which).
 SocketFd acceptFrom(int listenFd);
 
+// The address and port of the other end of a TCP connection
+// ("192.0.2.7:40312", "[2001:db8::1]:40312"); "unknown address" when the
+// system cannot tell.
+String8 peerAddress(int fd);
+
 // The user id of the process at the other end of a domain socket.
 std::optional<uid_t> peerUid(int fd);
 

@@ -127,7 +127,7 @@ void Mount::attempt() {
   status_->currentSourceIs(source);
   if (stopped_) return;  // a watcher of the status ended the mount
   if (source.scheme() == EntityUri::Scheme::none || !source.isValid())
-    return error(MountStatus::exception, format("source '%s' is not a tcp:// or unix:// URI", source.text().charPtr()));
+    return error(MountStatus::exception, format("source '%s' is not a tcp://, tls:// or unix:// URI", source.text().charPtr()));
   if (!target.isAbsolute() || target.names() == 0)
     return error(MountStatus::exception, format("target '%s' is not an absolute path below the root",
                                                 target.text().charPtr()));

@@ -3,6 +3,7 @@
 #include "Zet/Activity.h"
 #include "Zet/Format.h"
 #include "Zet/Trace.h"
+#include "Zet/attrlog/TlsIdentity.h"
 
 namespace Zet {
 
@@ -11,16 +12,28 @@ using NboAttrLog::Kind;
 
 String8 MountLink::endpointKey(EntityUri const& source) {
   if (source.scheme() == EntityUri::Scheme::domainSocket) return "unix:" + source.socketPath();
-  return format("tcp:%s:%u", source.host().charPtr(), unsigned(source.port()));
+  bool tls = source.scheme() == EntityUri::Scheme::tls;
+  return format("%s:%s:%u", tls ? "tls" : "tcp", source.host().charPtr(), unsigned(source.port()));
 }
 
-MountLink::MountLink(EntityUri const& source, std::function<void(MountLink*)> gone) : gone_(std::move(gone)) {
+MountLink::MountLink(EntityUri const& source, std::function<void(MountLink*)> gone)
+    : host_(source.host()), tls_(source.scheme() == EntityUri::Scheme::tls), gone_(std::move(gone)) {
   FrameWriter(early_).hello();
   bool domain = source.scheme() == EntityUri::Scheme::domainSocket;
   peer_ = domain ? format("domain socket '%s'", source.socketPath().charPtr())
                  : format("%s port %u", source.host().charPtr(), unsigned(source.port()));
   // What goes wrong from here is told on the loop, once the subscribers
   // that are about to come are there.
+  if (tls_ && !NboAttrLog::TlsIdentity::process().clientContext()) {
+    NboAttrLog::TlsIdentity const& identity = NboAttrLog::TlsIdentity::process();
+    String8 reason = format("cannot mount from %s over TLS: %s", peer_.charPtr(),
+                            identity.configured() ? identity.problem().charPtr()
+                                                  : "this process has no certificate (ZET_ATTRLOG_TLS_CERT, "
+                                                    "ZET_ATTRLOG_TLS_KEY and ZET_ATTRLOG_TLS_CA)");
+    ActivityFacility::loop().deferredCallIs(
+        [self = Ptr<MountLink>(this), reason] { self->down(MountStatus::permissionDenied, reason); });
+    return;
+  }
   try {
     HostResolution::Address address;
     if (domain) {
@@ -57,7 +70,11 @@ void MountLink::connect(sockaddr const* address, socklen_t size) {
 }
 
 void MountLink::connected(Socket::Connecting connection) {
-  stream_ = new NboAttrLog::AttrLogStream(std::move(connection.fd), connection.connecting, this, peer_);
+  std::unique_ptr<NboAttrLog::TlsChannel> tls;
+  if (tls_) tls = NboAttrLog::TlsChannel::client(NboAttrLog::TlsIdentity::process().clientContext(),
+                                                 connection.fd.get(), host_);
+  stream_ = new NboAttrLog::AttrLogStream(std::move(connection.fd), connection.connecting, this, peer_,
+                                          std::move(tls));
   stream_->out() = std::move(early_);
   early_.clear();
   stream_->sendSoon();
@@ -113,7 +130,11 @@ void MountLink::greet(NboAttrLog::Message const& m) {
   greeted_ = true;
 }
 
-void MountLink::onStreamClosed(String8 const& reason) { down(MountStatus::disconnected, reason); }
+// A refusal cannot pass by trying again: the certificates or the scheme
+// must change first.
+void MountLink::onStreamClosed(String8 const& reason, bool refused) {
+  down(refused ? MountStatus::permissionDenied : MountStatus::disconnected, reason);
+}
 
 void MountLink::down(MountStatus::Code code, String8 const& reason) {
   if (down_) return;

@@ -52,11 +52,13 @@ class MountLink : public PtrInterface, private NboAttrLog::AttrLogStream::Handle
   std::string& frames() { return stream_ ? stream_->out() : early_; }
   void sendSoon();
   void onMessage(NboAttrLog::Message const& message) override;
-  void onStreamClosed(String8 const& reason) override;
+  void onStreamClosed(String8 const& reason, bool refused) override;
   void greet(NboAttrLog::Message const& message);
   void down(MountStatus::Code code, String8 const& reason);
 
   String8 peer_;
+  String8 host_;  // the name the server's certificate must carry, over TLS
+  bool tls_;
   std::unique_ptr<HostResolution> resolution_;
   std::string early_;  // frames written before the stream was there
   Ptr<NboAttrLog::AttrLogStream> stream_;

@@ -163,8 +163,8 @@ TEST_F(AgentenvCheck, WarnsOfWhatWouldFailAtRunTimeAtItsLine) {
   std::string rest = r.err.substr(r.err.find('\n', expected.size()) + 1);
   EXPECT_EQ(rest,
             "lint.conf:22: warning: ${SOCKET_URI} has no value (-D SOCKET_URI=VALUE): it reads as empty, or 0 as a number\n"
-            "lint.conf:22: warning: source0 '/shared/board' has no scheme: a mount needs tcp://HOST:PORT/PATH or "
-            "unix://SOCKET/PATH\n"
+            "lint.conf:22: warning: source0 '/shared/board' has no scheme: a mount needs tcp://HOST:PORT/PATH, "
+            "tls://HOST:PORT/PATH or unix://SOCKET/PATH\n"
             "lint.conf:23: warning: the entry would be refused: sourceNameMismatch: Unsupported: Last component of "
             "path in source1 is \"other\". Does not match last component of source0: \"board\"\n"
             "lint.conf:26: warning: byte 0xe9 beside a name is ignored: the name ends or begins there\n"

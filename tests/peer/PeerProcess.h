@@ -2,6 +2,7 @@
 // A serving peer for the mount tests: the attrlog_peer program run as a
 // child process, told what to do one line at a time (see attrlog_peer.cpp).
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +22,12 @@ class PeerProcess {
   std::string operator()(std::string const& command, int timeoutMs = 20000) {
     if (!child_->write(command + "\n")) return "";
     return child_->outLine([](std::string const&) { return true; }, timeoutMs);
+  }
+
+  // The next line of its standard error (its traces) that `wanted` accepts;
+  // "" when none comes within timeoutMs.
+  std::string errLine(std::function<bool(std::string const&)> const& wanted, int timeoutMs = 20000) {
+    return child_->errLine(wanted, timeoutMs);
   }
 
   // Ends the peer at once, as a crash would.

@@ -13,6 +13,8 @@
 //                                        loop turn (answers at once)
 //   reflect SOURCE PATH                  mounts the gauge at SOURCE and copies
 //                                        each value it takes to the gauge at PATH
+//   mount NAME SOURCE [BACKUP]           SOURCE mounted at /mounted/NAME
+//   mount-state NAME                     "STATE CODE: REASON" of that mount
 //   churn DIR N                          N gauges added to DIR and removed again
 //   chain DIR N                          directories DIR/d/d/... N deep, a gauge at the bottom
 //   del PATH                             the entry at PATH removed
@@ -134,6 +136,18 @@ std::string run(std::string const& line) {
     auto config = MountFacility::mountConfigDir()->mountConfigIs(name, EntityUri(String8(uri)), EntityUri());
     config->targetNameIs(EntityUriPath(String8("/reflected/" + name.str())));
     reflectors.push_back(std::make_unique<Reflector>(MountFacility::mountStatusDir()->mountStatus(name), gaugeAt(path)));
+  } else if (command == "mount") {
+    std::string source, backup;
+    in >> path >> source >> backup;
+    auto config = MountFacility::mountConfigDir()->mountConfigIs(Name(String8(path)), EntityUri(String8(source)),
+                                                                  EntityUri(String8(backup)));
+    config->targetNameIs(EntityUriPath(String8("/mounted/" + path)));
+  } else if (command == "mount-state") {
+    in >> path;
+    Ptr<MountStatus> status = MountFacility::mountStatusDir()->mountStatus(Name(String8(path)));
+    if (!status) return "no mount " + path;
+    return std::string(EnumTexts<MountStatus::State>::texts[status->state()]) + " " +
+           std::string(EnumTexts<MountStatus::Code>::texts[status->code()]) + ": " + status->reason().str();
   } else if (command == "churn") {
     in >> path >> n;
     Ptr<Dir> dir = place(path + "/x").first;
