@@ -1,5 +1,6 @@
 #include "AgentView.h"
 
+#include "PrintableText.h"
 #include "Subcommand.h"
 #include "Zet/Activity.h"
 #include "Zet/MountFacility.h"
@@ -12,6 +13,14 @@ constexpr double kReachTimeout = 5.0;
 
 bool settled(MountStatus const& s) {
   return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress;
+}
+
+// Says where no agent answers, and why when the code alone cannot (a
+// certificate refused, say).
+UsageError noAgent(ControlSocket const& control, MountStatus const& failed) {
+  std::string why = stringValue(failed.code()).str();
+  if (failed.code() == MountStatus::permissionDenied && !failed.reason().isEmpty()) why += ": " + printable(failed.reason().view());
+  return UsageError("no agent answers at " + control.where() + " (" + why + ")");
 }
 
 }  // namespace
@@ -30,7 +39,7 @@ Ptr<Entity> reachAgent(ControlSocket const& control, std::string const& path) {
   Ptr<MountStatus> mounted = mountFromAgent(control, path);
   ActivityFacility::loop().runUntil([&] { return settled(*mounted); }, 2 * kReachTimeout);
   if (mounted->state() == MountStatus::complete && mounted->mountedEntity()) return mounted->mountedEntity();
-  throw UsageError("no agent answers at " + control.path() + " (" + stringValue(mounted->code()).str() + ")");
+  throw noAgent(control, *mounted);
 }
 
 AgentView AgentView::ofAgent(ControlSocket const& control) {
@@ -44,8 +53,7 @@ AgentView AgentView::ofAgent(ControlSocket const& control) {
   if (statuses->state() == MountStatus::complete && configs->state() == MountStatus::complete && view.statuses &&
       view.configs)
     return view;
-  auto const& failed = statuses->state() != MountStatus::complete ? *statuses : *configs;
-  throw UsageError("no agent answers at " + control.path() + " (" + stringValue(failed.code()).str() + ")");
+  throw noAgent(control, statuses->state() != MountStatus::complete ? *statuses : *configs);
 }
 
 AgentView AgentView::ofFiles(ConfigFiles const& files, std::string const& who, Findings& findings) {

@@ -6,16 +6,40 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Zet/EntityUri.h"
 #include "Zet/System.h"
 
 namespace Zet::Tool {
 
-void ControlSocket::addTo(CLI::App& subcommand, bool withAgentName) {
-  subcommand.add_option("--control", given, "the agent's control socket (default: named after the agent)")
-      ->type_name("unix:PATH");
+namespace {
+
+// The path a remote URI may name besides the agent's root: its status
+// directory, whose sibling holds the configs.
+constexpr std::string_view kStatusDir = "/AgentEnv/AgentEnvStatusDir";
+
+std::string remoteProblem(std::string const& text) {
+  EntityUri uri{String8(text)};
+  if (uri.isValid() && uri.scheme() != EntityUri::Scheme::none) return "";
+  return "'" + text + "' is not tls://HOST:PORT (or tcp://, unix://), optionally with the agent's path";
+}
+
+}  // namespace
+
+void ControlSocket::addTo(CLI::App& subcommand, bool withAgentName, bool withRemote) {
+  CLI::Option* control =
+      subcommand.add_option("--control", given, "the agent's control socket (default: named after the agent)")
+          ->type_name("unix:PATH");
   if (withAgentName)
     subcommand.add_option("--agent-name", agentName, "the agent whose default control socket to use")
         ->type_name("NAME");
+  if (withRemote)
+    subcommand
+        .add_option("--remote", remote,
+                    "an agent on another machine, through its exported port, with the certificates of "
+                    "ZET_ATTRLOG_TLS_CERT, ZET_ATTRLOG_TLS_KEY and ZET_ATTRLOG_TLS_CA")
+        ->type_name("tls://HOST:PORT")
+        ->check(remoteProblem)
+        ->excludes(control);
 }
 
 std::string ControlSocket::path() const {
@@ -29,6 +53,12 @@ std::string ControlSocket::path() const {
 }
 
 std::string ControlSocket::uri(std::string const& entityPath) const {
+  if (!remote.empty()) {
+    std::string_view root = remote;
+    if (root.ends_with(kStatusDir)) root.remove_suffix(kStatusDir.size());
+    while (root.ends_with('/')) root.remove_suffix(1);
+    return std::string(root) + entityPath;
+  }
   std::string out = "unix://";
   for (char c : path()) {
     static char const hex[] = "0123456789ABCDEF";

@@ -7,7 +7,7 @@
 namespace Zet::Tool {
 
 void EntrySource::addTo(CLI::App& subcommand) {
-  control.addTo(subcommand);
+  control.addTo(subcommand, true, true);
   files.addTo(subcommand);
 }
 

@@ -53,7 +53,7 @@ std::set<std::string> namesOnCycles(AgentEnvConfigDir const& configs) {
 CLI::App* GraphCommand::addTo(CLI::App& app) {
   CLI::App* graph = app.add_subcommand("graph", "draw the entries and their dependencies (Graphviz DOT)");
   helpIs(*graph,
-         "usage: agentenv graph [--control unix:PATH | --agent-name NAME]\n"
+         "usage: agentenv graph [--control unix:PATH | --agent-name NAME | --remote tls://HOST:PORT]\n"
          "       agentenv graph [-D NAME=VALUE]... FILE...",
          "Writes the entries of a running agent, or of configuration files, as a Graphviz\n"
          "DOT graph: an arrow from each entry to its dependency (red and bold on a\n"

@@ -15,10 +15,10 @@ namespace Zet::Tool {
 CLI::App* StatusCommand::addTo(CLI::App& app) {
   CLI::App* status = app.add_subcommand("status", "show the statuses of a running agent");
   helpIs(*status,
-         "usage: agentenv status [--control unix:PATH] [--agent-name NAME] [--json] [--watch]\n"
-         "                       [ENTRY...]",
-         "Reads the statuses of a running 'agentenv run' through its control socket and\n"
-         "prints them: entry, mode, individual and group status, code and message of a\n"
+         "usage: agentenv status [--control unix:PATH | --agent-name NAME | --remote tls://HOST:PORT]\n"
+         "                       [--json] [--watch] [ENTRY...]",
+         "Reads the statuses of a running 'agentenv run' through its control socket (or,\n"
+         "with --remote, the port its export listens on) and prints them: entry, mode, individual and group status, code and message of a\n"
          "failure, source in use, and the reason of a failure that its code cannot say\n"
          "(an export that cannot listen). An export shows where it listens; an entry\n"
          "that has not acted, what it waits for.\n"
@@ -28,7 +28,7 @@ CLI::App* StatusCommand::addTo(CLI::App& app) {
          "waitingFor (\"\" where empty). --watch then prints a line per change, as text or\n"
          "JSON, for the entries named (every entry without ENTRY; one the agent does not\n"
          "have yet is watched for), until interrupted or until the agent goes away.\n");
-  control_.addTo(*status);
+  control_.addTo(*status, true, true);
   status->add_flag("--json", json_, "JSON Lines: one object per entry and line");
   status->add_flag("--watch", watch_, "then print each change until interrupted");
   status->add_option("ENTRY", entries_, "only these entries")->type_name("");
@@ -67,7 +67,7 @@ bool StatusCommand::watch(AgentView const& view) {
   ActivityFacility::loop().runUntil([&] { return stop || gone(); }, ActivityLoop::kMaxDelaySeconds);
   if (!gone()) return true;
   std::cout.flush();
-  std::cerr << "agentenv status: the agent at " << control_.path() << " has gone away ("
+  std::cerr << "agentenv status: the agent at " << control_.where() << " has gone away ("
             << stringValue(view.connection->code()) << ")" << std::endl;
   return false;
 }

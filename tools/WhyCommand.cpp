@@ -113,7 +113,7 @@ Explanation explain(AgentView const& view, Name const& entry) {
 CLI::App* WhyCommand::addTo(CLI::App& app) {
   CLI::App* why = app.add_subcommand("why", "say what holds an entry back");
   helpIs(*why,
-         "usage: agentenv why [--control unix:PATH | --agent-name NAME] ENTRY\n"
+         "usage: agentenv why [--control unix:PATH | --agent-name NAME | --remote tls://HOST:PORT] ENTRY\n"
          "       agentenv why [-D NAME=VALUE]... ENTRY FILE...",
          "Follows what holds ENTRY back, hop by hop, to the root cause: dependencies\n"
          "not ready, aggregates waiting on a member, a failure and its message, a cycle.\n"

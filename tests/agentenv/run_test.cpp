@@ -148,13 +148,14 @@ TEST(AgentenvTools, WhyAndGraphReadFilesToo) {
   EXPECT_EQ(missing.restOfOut(), "nosuch: no such entry\n");
   // Control bytes of a file do not reach the terminal.
   Demo demo;
-  std::ofstream(demo.dir + "/esc.conf") << "x { source0 = \"tcp://h:1/a\x1b[2J\"; target = \"/x\"; dependency = \"\"; }\n";
+  std::ofstream(demo.dir + "/esc.conf")
+      << "x { source0 = \"tcp://h:1/a\x1b[2J\"; target = \"/x\"; dependency = \"\"; }\n";
   ChildProcess escaped({AGENTENV_COMMAND, "why", "x", demo.dir + "/esc.conf"});
   EXPECT_EQ(escaped.wait(), 0);
   EXPECT_EQ(escaped.restOfOut(), "x would mount tcp://h:1/a\\x1b[2J at /x\n");
 
-  ChildProcess graph({AGENTENV_COMMAND, "graph", "-D", "PORT=1", "-D", "SOCKET=/a.sock", kExamples + "/demo/exporter.conf",
-                      kExamples + "/cycle.conf"});
+  ChildProcess graph({AGENTENV_COMMAND, "graph", "-D", "PORT=1", "-D", "SOCKET=/a.sock",
+                      kExamples + "/demo/exporter.conf", kExamples + "/cycle.conf"});
   EXPECT_EQ(graph.wait(), 0);
   std::string dot = graph.restOfOut();
   EXPECT_NE(dot.find("\"first\" -> \"third\" [color=red, penwidth=2, label=\"cycle\"];"), std::string::npos) << dot;
@@ -172,12 +173,15 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   Demo demo;
   std::string conf = demo.dir + "/agent.conf", control = "unix:" + demo.dir + "/ctl.sock";
   auto write = [&](std::string const& text) { std::ofstream(conf) << text; };
-  std::string group = "grp { typeName = \"Zet::Dir\"; target = \"/p/grp\"; dependency = \"\";\n"
-                      "      bad { typeName = \"No::Such\"; } }\n";
-  write("base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
-        "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; }\n"
-        "gone { typeName = \"Zet::Dir\"; target = \"/p/gone\"; dependency = \"\"; }\n"
-        "sock { source0 = \"*\"; target = \"" + demo.dir + "/exp.sock\"; dependency = \"\"; }\n" + group);
+  std::string group =
+      "grp { typeName = \"Zet::Dir\"; target = \"/p/grp\"; dependency = \"\";\n"
+      "      bad { typeName = \"No::Such\"; } }\n";
+  write(
+      "base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
+      "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; }\n"
+      "gone { typeName = \"Zet::Dir\"; target = \"/p/gone\"; dependency = \"\"; }\n"
+      "sock { source0 = \"*\"; target = \"" +
+      demo.dir + "/exp.sock\"; dependency = \"\"; }\n" + group);
   ChildProcess agent(run({"--control", control, conf}));
   ASSERT_TRUE(answers(control, "keep"));
   // A member that fails holds its aggregate back.
@@ -186,10 +190,12 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   std::string told = why.restOfOut();
   EXPECT_EQ(told.rfind("grp waits on its member bad (error) → bad: error: ", 0), 0u) << told;
 
-  write("base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
-        "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; timeoutPeriod = 5.0; }\n"
-        "fresh { typeName = \"Zet::Dir\"; target = \"/p/fresh\"; dependency = \"keep\"; }\n"
-        "sock { typeName = \"Zet::Dir\"; target = \"/p/sock\"; dependency = \"\"; }\n" + group);
+  write(
+      "base { typeName = \"Zet::Dir\"; target = \"/p/base\"; dependency = \"\"; }\n"
+      "keep { typeName = \"Zet::Dir\"; target = \"/p/keep\"; dependency = \"base\"; timeoutPeriod = 5.0; }\n"
+      "fresh { typeName = \"Zet::Dir\"; target = \"/p/fresh\"; dependency = \"keep\"; }\n"
+      "sock { typeName = \"Zet::Dir\"; target = \"/p/sock\"; dependency = \"\"; }\n" +
+      group);
   ChildProcess plan({AGENTENV_COMMAND, "plan", "--control", control, conf});
   EXPECT_EQ(plan.wait(), 1);
   EXPECT_EQ(plan.restOfOut(),
@@ -213,7 +219,8 @@ TEST(AgentenvTools, PlanShowsWhatAReloadAppliesAndABrokenFileChangesNothing) {
   EXPECT_EQ(broken.wait(), 1);
   std::string refused = broken.restOfOut();
   EXPECT_EQ(refused, "refused: the files have errors; nothing changed: " + conf + ":0: error: missing semi-colon\n");
-  EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")), "agentenv run: reload: the files have errors; nothing changed");
+  EXPECT_EQ(agent.errLine(startsWith("agentenv run: reload")),
+            "agentenv run: reload: the files have errors; nothing changed");
 
   agent.signal(SIGTERM);
   EXPECT_EQ(agent.wait(), 0);  // a stop asked for is clean, though "bad" is in error
@@ -339,9 +346,9 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   std::string reports = cycle.restOfErr();
   EXPECT_NE(reports.find("cycle.conf: first: "), std::string::npos) << reports;
 
-  ChildProcess exporter(run({"--until-settled", "--control", "unix:" + demo.dir + "/e.sock", "-D",
-                             "PORT=" + std::to_string(demo.port), "-D",
-                             "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
+  ChildProcess exporter(
+      run({"--until-settled", "--control", "unix:" + demo.dir + "/e.sock", "-D", "PORT=" + std::to_string(demo.port),
+           "-D", "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
   EXPECT_EQ(exporter.wait(), 0);
   EXPECT_EQ(exporter.restOfErr(), "");
 
@@ -352,7 +359,8 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   std::string control = "unix:" + demo.dir + "/second.sock";
   ChildProcess second(run({"--control", control, "-D", "PORT=" + std::to_string(demo.port), "-D",
                            "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
-  std::string portTaken = "cannot listen on TCP port " + std::to_string(demo.port) + " at 127.0.0.1: Address already in use";
+  std::string portTaken =
+      "cannot listen on TCP port " + std::to_string(demo.port) + " at 127.0.0.1: Address already in use";
   // The monitor's line is as ever: the code, whose text is "none".
   EXPECT_EQ(second.errLine([](std::string const& line) { return line.find(": overTcp: ") != std::string::npos; }),
             kExamples + "/demo/exporter.conf: overTcp: fail: none");
@@ -382,8 +390,9 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
                         << "bad { typeName = \"Zet::Dir\"\n target = \"/p\"; }\n";
   ChildProcess refused(run({"--until-settled", "--control", "unix:" + demo.dir + "/r.sock", broken}));
   EXPECT_EQ(refused.wait(), 2);
-  EXPECT_EQ(refused.restOfErr(), broken + ":2: error: missing semi-colon\n"
-                                 "agentenv run: the files have errors; nothing was started\n");
+  EXPECT_EQ(refused.restOfErr(), broken +
+                                     ":2: error: missing semi-colon\n"
+                                     "agentenv run: the files have errors; nothing was started\n");
   EXPECT_NE(::access((demo.dir + "/exp.sock").c_str(), F_OK), 0);
   ChildProcess bad(run({"--until-settled", "--frobnicate", kExamples + "/cycle.conf"}));
   EXPECT_EQ(bad.wait(), 2);
@@ -405,8 +414,8 @@ TEST(AgentenvRun, StatusShowsWhereExportsListenWhatWaitingEntriesWaitForAndWhenT
                       << "sock { source0 = \"*\"; target = \"" << demo.socket << "\"; dependency = \"\"; }\n"
                       << "empty { typeName = \"Test::Nothing\"; target = \"/p/empty\"; dependency = \"\"; }\n";
   std::ofstream(demo.dir + "/test.map") << "Test::Nothing " ZET_TEST_EMPTY_PLUGIN "\n";
-  auto agent =
-      std::make_unique<ChildProcess>(run({"--control", control, conf}), std::vector<std::string>{"ZET_TYPE_MAP_PATH=" + demo.dir});
+  auto agent = std::make_unique<ChildProcess>(run({"--control", control, conf}),
+                                              std::vector<std::string>{"ZET_TYPE_MAP_PATH=" + demo.dir});
   ASSERT_TRUE(answers(control, "tcp"));
 
   // A member shows the mode its aggregate's config asks for, in every view.
@@ -424,7 +433,8 @@ TEST(AgentenvRun, StatusShowsWhereExportsListenWhatWaitingEntriesWaitForAndWhenT
   ChildProcess json({AGENTENV_COMMAND, "status", "--control", control, "--json", "app", "sock"});
   EXPECT_EQ(json.wait(), 1);
   std::string lines = json.restOfOut();
-  EXPECT_NE(lines.find("\"entry\":\"app\",\"group\":\"notApplicable\",\"listensOn\":\"\","), std::string::npos) << lines;
+  EXPECT_NE(lines.find("\"entry\":\"app\",\"group\":\"notApplicable\",\"listensOn\":\"\","), std::string::npos)
+      << lines;
   EXPECT_NE(lines.find("\"waitingFor\":\"bad\"}\n"), std::string::npos) << lines;
   EXPECT_NE(lines.find("\"listensOn\":\"socket " + demo.socket + "\""), std::string::npos) << lines;
 
@@ -457,4 +467,57 @@ TEST(AgentenvTools, PlanReadsTheFilesWithTheAgentsDefinitions) {
   EXPECT_EQ(plan({"-D", "T=/p/y", conf}), "updated   x: target: \"/p/x\" → \"/p/y\"\n");
   agent.signal(SIGTERM);
   EXPECT_EQ(agent.wait(), 0);
+}
+
+TEST(AgentenvRun, AgentsMountEachOtherOverTlsAndARefusalShowsWhyInStatus) {
+  Demo demo;
+  ASSERT_EQ(ChildProcess({"/bin/bash", SOURCE_DIR "/scripts/make-certs.sh", demo.dir, "agent-a", "agent-b", "agent-c"})
+                .wait(),
+            0);
+  auto identity = [&](std::string const& name, std::string const& serves) {
+    return std::vector<std::string>{"ZET_ATTRLOG_TLS_CERT=" + demo.dir + "/" + name + ".crt",
+                                    "ZET_ATTRLOG_TLS_KEY=" + demo.dir + "/" + name + ".key",
+                                    "ZET_ATTRLOG_TLS_CA=" + demo.dir + "/ca.crt", "ZET_ATTRLOG_TLS_PEERS=" + serves};
+  };
+  auto agent = [&](std::string const& name, uint16_t port, std::string const& peer, uint16_t peerPort) {
+    return run({"--agent-name", name, "--control", "unix:" + demo.dir + "/" + name + ".sock", "-D", "SELF=" + name,
+                "-D", "PORT=" + std::to_string(port), "-D", "PEER=" + peer, "-D",
+                "PEER_PORT=" + std::to_string(peerPort), kExamples + "/demo/tls-agent.conf"});
+  };
+  uint16_t portA = demo.port, portB = ::Test::freePort(), portC = ::Test::freePort();
+  ChildProcess a(agent("agent-a", portA, "agent-b", portB), identity("agent-a", "agent-b"));
+  ChildProcess b(agent("agent-b", portB, "agent-a", portA), identity("agent-b", "agent-a"));
+  ASSERT_TRUE(answers("unix:" + demo.dir + "/agent-a.sock", "peer"));
+  ASSERT_TRUE(answers("unix:" + demo.dir + "/agent-b.sock", "peer"));
+
+  // agent-b seen from another process over TLS, as agent-a.
+  std::string remote = "tls://localhost:" + std::to_string(portB);
+  ChildProcess status({AGENTENV_COMMAND, "status", "--remote", remote, "peer"}, identity("agent-a", ""));
+  EXPECT_EQ(status.wait(), 0);
+  EXPECT_EQ(row(status.restOfOut(), "peer"),
+            "peer mount initialized initialized tls://localhost:" + std::to_string(portA) + "/shared/agent-a");
+  ChildProcess why({AGENTENV_COMMAND, "why", "--remote", remote + "/AgentEnv/AgentEnvStatusDir", "own"},
+                   identity("agent-a", ""));
+  EXPECT_EQ(why.wait(), 0);
+
+  // agent-c's certificate is signed by the CA, but agent-a serves agent-b only.
+  ChildProcess c(agent("agent-c", portC, "agent-a", portA), identity("agent-c", ""));
+  std::string refused = "localhost port " + std::to_string(portA) +
+                        " refused us: its certificate (/CN=agent-c) names none of the peers of ZET_ATTRLOG_TLS_PEERS";
+  std::string report = c.errLine(startsWith("agent-c (host:"));
+  EXPECT_NE(report.find("/demo/tls-agent.conf: peer: error: mount permission denied"), std::string::npos) << report;
+  ChildProcess cause({AGENTENV_COMMAND, "why", "--control", "unix:" + demo.dir + "/agent-c.sock", "peer"});
+  EXPECT_EQ(cause.wait(), 1);
+  EXPECT_EQ(cause.restOfOut(), "peer: error: mount permission denied: " + refused + "\n");
+
+  // Without a certificate, a remote view is refused before anything is sent.
+  ChildProcess anonymous({AGENTENV_COMMAND, "status", "--remote", remote},
+                         {"ZET_ATTRLOG_TLS_CERT=", "ZET_ATTRLOG_TLS_KEY=", "ZET_ATTRLOG_TLS_CA="});
+  EXPECT_EQ(anonymous.wait(), 2);
+  EXPECT_EQ(anonymous.restOfErr(), "agentenv: no agent answers at " + remote +
+                                       " (permissionDenied: cannot mount from localhost port " + std::to_string(portB) +
+                                       " over TLS: this process has no certificate "
+                                       "(ZET_ATTRLOG_TLS_CERT, ZET_ATTRLOG_TLS_KEY and ZET_ATTRLOG_TLS_CA))\n");
+  ChildProcess both({AGENTENV_COMMAND, "status", "--remote", remote, "--control", "unix:/x"});
+  EXPECT_EQ(both.wait(), 2);
 }
