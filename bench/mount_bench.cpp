@@ -8,6 +8,8 @@
 //                 copies each value it sees to a gauge this process mounts;
 //                 the round trip and half of it, p50 and p99, over a domain
 //                 socket and over TCP loopback
+//   TLS           propagation and latency over TCP loopback with TLS (both
+//                 ends with certificates), and their ratios to plain TCP
 //   snapshot      a directory of 100k gauges mounted until complete: time,
 //                 bytes read per entity, resident bytes per mirrored entity
 //
@@ -19,6 +21,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,6 +114,68 @@ Percentiles latency(Test::PeerProcess& peer, std::string const& ownSource, std::
       ptr_cast<Gauge>(mountAt("pong" + name, peerSource + "/pong/" + name, "/bench/pong/" + name)->mountedEntity());
   roundTrips(ping, pong, 200);  // warm up: the peer's mount completes, caches fill
   return percentiles(roundTrips(ping, pong, 5000));
+}
+
+struct LoopbackFigures {
+  Propagation propagation;
+  Percentiles trip;
+  bool measured;
+};
+
+// Propagation and latency over TCP loopback between this process and a
+// fresh peer, through sources of `scheme` (tcp, or tls with the
+// ZET_ATTRLOG_TLS_* settings of this process, which the peer inherits).
+LoopbackFigures loopbackFigures(std::string const& scheme) {
+  uint16_t ownPort = Test::freePort(), peerPort = Test::freePort();
+  NboAttrLog::connectionDir()->listenPortIs(ownPort);
+  Test::PeerProcess peer;
+  peer("listen-port " + std::to_string(peerPort));
+  std::string own = scheme + "://127.0.0.1:" + std::to_string(ownPort);
+  std::string served = scheme + "://127.0.0.1:" + std::to_string(peerPort);
+  Propagation propagated = propagation(peer, served, scheme);
+  return {propagated, latency(peer, own, served, scheme), true};
+}
+
+// The TLS figures come from a child process: a process has one TLS
+// identity, which makes its TCP listener speak TLS only, and the plain
+// figures need a plain one. Forked before this process starts its loop.
+LoopbackFigures tlsFiguresInChild(std::string const& dir) {
+  int channel[2];
+  if (::pipe(channel) != 0) return {};
+  pid_t child = ::fork();
+  if (child == 0) {
+    ::close(channel[0]);
+    LoopbackFigures figures{};
+    std::string certs = dir + "/certs";
+    if (std::system(("bash " MAKE_CERTS " " + certs + " bench >/dev/null").c_str()) == 0) {
+      ::setenv("ZET_ATTRLOG_TLS_CERT", (certs + "/bench.crt").c_str(), 1);
+      ::setenv("ZET_ATTRLOG_TLS_KEY", (certs + "/bench.key").c_str(), 1);
+      ::setenv("ZET_ATTRLOG_TLS_CA", (certs + "/ca.crt").c_str(), 1);
+      figures = loopbackFigures("tls");
+    }
+    ssize_t written = ::write(channel[1], &figures, sizeof figures);
+    ::_exit(written == sizeof figures ? 0 : 1);
+  }
+  ::close(channel[1]);
+  LoopbackFigures figures{};
+  if (child < 0 || ::read(channel[0], &figures, sizeof figures) != sizeof figures) figures = {};
+  ::close(channel[0]);
+  if (child > 0) ::waitpid(child, nullptr, 0);
+  return figures;
+}
+
+void printTls(LoopbackFigures const& tls, Propagation viaTcp, Percentiles tcpTrip) {
+  if (!tls.measured) {
+    std::printf("TLS: not measured (the certificates could not be made: is the openssl command installed?)\n");
+    return;
+  }
+  std::printf(
+      "propagate TLS loopback:  %.2f M source writes/s reflected (%.0f updates applied for 2M writes); "
+      "%.2fx plain TCP\n",
+      tls.propagation.writesPerSecond / 1e6, tls.propagation.updatesApplied,
+      tls.propagation.writesPerSecond / viaTcp.writesPerSecond);
+  std::printf("latency TLS loopback:  round trip p50 %.1f us p99 %.1f us; %.2fx and %.2fx plain TCP\n", tls.trip.p50,
+              tls.trip.p99, tls.trip.p50 / tcpTrip.p50, tls.trip.p99 / tcpTrip.p99);
 }
 
 size_t residentBytes() {
@@ -257,6 +322,7 @@ void redisFigures(Propagation ours, Percentiles oursRoundTrip) {
 int main() {
   char pattern[] = "/tmp/zetbenchXXXXXX";
   std::string dir = ::mkdtemp(pattern);
+  LoopbackFigures tls = tlsFiguresInChild(dir);
   std::string ownSocket = dir + "/bench.sock", peerSocket = dir + "/peer.sock";
   uint16_t ownPort = Test::freePort(), peerPort = Test::freePort();
   NboAttrLog::connectionDir()->listenDomainSockIs(String8(ownSocket));
@@ -279,6 +345,7 @@ int main() {
               unixTrip.p50, unixTrip.p99, unixTrip.p50 / 2, unixTrip.p99 / 2);
   std::printf("latency TCP loopback:  round trip p50 %.1f us p99 %.1f us; one way (half) p50 %.1f us p99 %.1f us\n",
               tcpTrip.p50, tcpTrip.p99, tcpTrip.p50 / 2, tcpTrip.p99 / 2);
+  printTls(tls, viaTcp, tcpTrip);
   snapshot(peer, peerUnix);
   redisFigures(viaTcp, tcpTrip);
   NboAttrLog::connectionDir()->listenDomainSockIs("");

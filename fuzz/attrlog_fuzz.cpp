@@ -52,7 +52,7 @@ void serve(std::string_view bytes) {
   int pair[2];
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair) != 0) return;
   bool ended = false;
-  auto session = std::make_unique<NboAttrLog::AttrLogSession>(SocketFd(pair[0]), "fuzz peer", String8(),
+  auto session = std::make_unique<NboAttrLog::AttrLogSession>(SocketFd(pair[0]), nullptr, "fuzz peer", String8(),
                                                               NboAttrLog::AttrLogSession::Bounds{1 << 16, 1 << 12},
                                                               [&](NboAttrLog::AttrLogSession*) { ended = true; });
   ssize_t written = ::write(pair[1], bytes.data(), bytes.size());

@@ -32,6 +32,7 @@ void checkUri(std::string_view text) {
   std::string_view host = uri.host().view();
   switch (uri.scheme()) {
     case Zet::EntityUri::Scheme::tcp:
+    case Zet::EntityUri::Scheme::tls:
       require(uri.port() >= 1 && !host.empty());
       require(host.find(':') == std::string_view::npos || text.find('[') != std::string_view::npos);
       break;

@@ -185,7 +185,7 @@ TEST(ServedTree, TheServerKeepsATreeOnceHoweverManySubscribeToIt) {
   };
   Subscriber first(socket, 1, "/fan");
   first.until(Kind::snapshotEnd);
-  long withOne = rssKb();
+  [[maybe_unused]] long withOne = rssKb();
   std::vector<std::unique_ptr<Subscriber>> others;
   for (uint32_t i = 0; i < 100; ++i) {
     others.push_back(std::make_unique<Subscriber>(socket, i, "/fan"));

@@ -207,9 +207,9 @@ void AttrLogStream::readAvailable() {
       total += n;
       received(std::string_view(scratch.get(), n));
       if (!fd_.isOpen()) return;
-      // Drained: no need to hear EAGAIN say so (TLS returns a record at a
-      // time, so it reads on until it hears it).
-      if (!tls_ && n < kReadChunk) break;
+      // Drained: no need to hear EAGAIN say so (unless TLS still holds
+      // bytes it read ahead).
+      if (n < kReadChunk && !(tls_ && tls_->hasPending())) break;
       continue;
     }
     if (io == Io::wantRead) break;

@@ -151,6 +151,8 @@ TlsChannel::Io TlsChannel::write(char const* bytes, size_t size, size_t& n) {
   return SSL_write_ex(ssl_, bytes, size, &n) == 1 ? Io::done : outcome(0);
 }
 
+bool TlsChannel::hasPending() const { return SSL_has_pending(ssl_) == 1; }
+
 void TlsChannel::shutdown() {
   if (broken_ || !established_) return;
   broken_ = true;

@@ -50,6 +50,9 @@ class TlsChannel {
   Io read(char* bytes, size_t capacity, size_t& n);
   // Writes some of `bytes`; `done` with `n` set when some went.
   Io write(char const* bytes, size_t size, size_t& n);
+  // Whether bytes already read from the socket wait in the channel: the
+  // loop would not say the socket is readable for them.
+  bool hasPending() const;
   // Tells the peer, without waiting, that nothing more comes.
   void shutdown();
   // Why the channel failed or was refused.

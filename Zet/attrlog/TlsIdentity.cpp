@@ -80,6 +80,9 @@ TlsIdentity::Context TlsIdentity::contextFor(bool server, String8 const& cert, S
   // (the stream's pending bytes grow); idle connections keep no buffers.
   SSL_CTX_set_mode(context.get(),
                    SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
+  // Records are read with what follows them, one recv for several, as a
+  // plain connection reads frames.
+  SSL_CTX_set_read_ahead(context.get(), 1);
   if (SSL_CTX_use_certificate_chain_file(context.get(), cert.charPtr()) != 1)
     return failed("the certificate of ZET_ATTRLOG_TLS_CERT", cert);
   if (SSL_CTX_use_PrivateKey_file(context.get(), key.charPtr(), SSL_FILETYPE_PEM) != 1)
