@@ -15,11 +15,11 @@ bool settled(MountStatus const& s) {
   return s.state() != MountStatus::notMounted && s.state() != MountStatus::inProgress;
 }
 
-// Says where no agent answers, and why when the code alone cannot (a
-// certificate refused, say).
+// Says where no agent answers, and why in the mount's words (a socket
+// missing, a certificate refused).
 UsageError noAgent(ControlSocket const& control, MountStatus const& failed) {
   std::string why = stringValue(failed.code()).str();
-  if (failed.code() == MountStatus::permissionDenied && !failed.reason().isEmpty()) why += ": " + printable(failed.reason().view());
+  if (!failed.reason().isEmpty()) why += ": " + printable(failed.reason().view());
   return UsageError("no agent answers at " + control.where() + " (" + why + ")");
 }
 

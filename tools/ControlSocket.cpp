@@ -2,9 +2,8 @@
 
 #include <unistd.h>
 
-#include <cctype>
-
 #include <CLI/CLI.hpp>
+#include <cctype>
 
 #include "Zet/EntityUri.h"
 #include "Zet/System.h"
@@ -19,7 +18,7 @@ constexpr std::string_view kStatusDir = "/AgentEnv/AgentEnvStatusDir";
 
 std::string remoteProblem(std::string const& text) {
   EntityUri uri{String8(text)};
-  if (uri.isValid() && uri.scheme() != EntityUri::Scheme::none) return "";
+  if (uri.isValid() && uri.scheme() != EntityUri::Scheme::none && text.find('?') == std::string::npos) return "";
   return "'" + text + "' is not tls://HOST:PORT (or tcp://, unix://), optionally with the agent's path";
 }
 
@@ -29,17 +28,20 @@ void ControlSocket::addTo(CLI::App& subcommand, bool withAgentName, bool withRem
   CLI::Option* control =
       subcommand.add_option("--control", given, "the agent's control socket (default: named after the agent)")
           ->type_name("unix:PATH");
+  CLI::Option* name = nullptr;
   if (withAgentName)
-    subcommand.add_option("--agent-name", agentName, "the agent whose default control socket to use")
-        ->type_name("NAME");
-  if (withRemote)
-    subcommand
-        .add_option("--remote", remote,
-                    "an agent on another machine, through its exported port, with the certificates of "
-                    "ZET_ATTRLOG_TLS_CERT, ZET_ATTRLOG_TLS_KEY and ZET_ATTRLOG_TLS_CA")
-        ->type_name("tls://HOST:PORT")
-        ->check(remoteProblem)
-        ->excludes(control);
+    name = subcommand.add_option("--agent-name", agentName, "the agent whose default control socket to use")
+               ->type_name("NAME");
+  if (!withRemote) return;
+  CLI::Option* remoteOption =
+      subcommand
+          .add_option("--remote", remote,
+                      "an agent on another machine, through its exported port, with the certificates of "
+                      "ZET_ATTRLOG_TLS_CERT, ZET_ATTRLOG_TLS_KEY and ZET_ATTRLOG_TLS_CA")
+          ->type_name("tls://HOST:PORT")
+          ->check(remoteProblem)
+          ->excludes(control);
+  if (name) remoteOption->excludes(name);
 }
 
 std::string ControlSocket::path() const {
@@ -55,6 +57,7 @@ std::string ControlSocket::path() const {
 std::string ControlSocket::uri(std::string const& entityPath) const {
   if (!remote.empty()) {
     std::string_view root = remote;
+    while (root.ends_with('/')) root.remove_suffix(1);
     if (root.ends_with(kStatusDir)) root.remove_suffix(kStatusDir.size());
     while (root.ends_with('/')) root.remove_suffix(1);
     return std::string(root) + entityPath;

@@ -12,6 +12,8 @@ void EntrySource::addTo(CLI::App& subcommand) {
 }
 
 AgentView EntrySource::view(std::string const& who) const {
+  if (!control.remote.empty() && !files.files.empty())
+    throw UsageError("--remote looks at a running agent: give it without files");
   return files.files.empty() ? AgentView::ofAgent(control) : AgentView::ofCleanFiles(files, who);
 }
 

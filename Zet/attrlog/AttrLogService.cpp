@@ -25,6 +25,8 @@ constexpr size_t kDefaultMaxWatched = size_t(1) << 18;
 constexpr double kRestSeconds = 0.25;
 // How long after sessions end their memory is given back.
 constexpr double kTrimDelaySeconds = 0.5;
+// TLS handshakes that may be under way at once; peers beyond are dropped.
+constexpr size_t kMaxTlsHandshakes = 256;
 
 ActivityLoop& loop() { return ActivityFacility::loop(); }
 
@@ -41,7 +43,9 @@ std::vector<uid_t> allowedUidsFromEnvironment() {
     if (ec == std::errc() && end == item.data() + item.size())
       uids.push_back(uid_t(uid));
     else
-      Trace::write("NboAttrLog", 0, format("ZET_ATTRLOG_PEER_UIDS: '%.*s' is not a user id; ignored", int(item.size()), item.data()).view());
+      Trace::write(
+          "NboAttrLog", 0,
+          format("ZET_ATTRLOG_PEER_UIDS: '%.*s' is not a user id; ignored", int(item.size()), item.data()).view());
     rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
   }
   return uids;
@@ -143,6 +147,11 @@ void AttrLogService::acceptAll(Listener& listener) {
     String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr())
                                    : "TCP peer " + Socket::peerAddress(fd.get());
     ssl_ctx_st* context = listener.domain ? nullptr : TlsIdentity::process().serverContext();
+    if (context && TlsChannel::serverHandshakes() >= kMaxTlsHandshakes) {
+      ZET_TRACE_AT("NboAttrLog", 0) << "dropping " << peer << ": " << kMaxTlsHandshakes
+                                    << " TLS handshakes are under way already";
+      continue;
+    }
     std::unique_ptr<TlsChannel> tls = context ? TlsChannel::server(context, fd.get()) : nullptr;
     auto session = std::make_unique<AttrLogSession>(std::move(fd), std::move(tls), peer, refused, bounds_,
                                                     [this](AttrLogSession* s) { sessionEnded(s); });
@@ -159,7 +168,8 @@ void AttrLogService::rest(int error) {
   if (!exhaustionSaid_)
     Trace::write("NboAttrLog", 0,
                  format("attribute-log service: cannot accept: %s; new peers wait until a connection closes",
-                        std::strerror(error)).view());
+                        std::strerror(error))
+                     .view());
   exhaustionSaid_ = true;
   for (Listener* listener : {&tcp_, &domain_, &control_})
     if (listener->fd.isOpen()) loop().fdWatcherDel(listener->fd.get());

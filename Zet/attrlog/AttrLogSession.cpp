@@ -61,8 +61,7 @@ void AttrLogSession::onMessage(Message const& m) {
       trees_.erase(m.subscription);
       return;
     default:
-      end(format("%s sent a frame of kind %u, which only a server sends", stream_->peer().charPtr(),
-                 unsigned(m.kind)));
+      end(format("%s sent a frame of kind %u, which only a server sends", stream_->peer().charPtr(), unsigned(m.kind)));
   }
 }
 

@@ -49,15 +49,21 @@ AttrLogStream::AttrLogStream(SocketFd fd, bool connecting, Handler* handler, Str
                              std::unique_ptr<TlsChannel> tls)
     : fd_(std::move(fd)), handler_(handler), peer_(std::move(peer)), connecting_(connecting), tls_(std::move(tls)) {
   watchFor(connecting ? ActivityLoop::kWritable : ActivityLoop::kReadable);
-  if (!tls_) return;
-  // A peer that stalls in the handshake holds a descriptor and a TLS state:
-  // it has a bounded time to finish.
+  if (tls_ && !connecting) handshakeTimerIs(true);
+}
+
+// A peer that stalls in the handshake holds a descriptor and a TLS state:
+// it has a bounded time to finish, from the moment it is connected.
+void AttrLogStream::handshakeTimerIs(bool armed) {
+  if (handshakeTimer_) loop().timerDel(handshakeTimer_);
+  handshakeTimer_ = 0;
+  if (!armed) return;
   double bound = TlsIdentity::process().handshakeSeconds();
   handshakeTimer_ = loop().timerIs(bound, [this, bound] {
     handshakeTimer_ = 0;
     Ptr<AttrLogStream> keep(this);
     String8 why = format("the TLS handshake was not done within %g s", bound);
-    if (tls_->isServer()) {
+    if (tls_ && tls_->isServer()) {
       ZET_TRACE_AT("NboAttrLog", 0) << "dropping " << peer_ << ": " << why;
     }
     fail(format("%s: %s", peer_.charPtr(), why.charPtr()));
@@ -72,8 +78,7 @@ void AttrLogStream::close() {
   Ptr<AttrLogStream> lastHold = std::move(selfWhileClosing_);
   if (watching_ != 0) loop().fdWatcherDel(fd_.get());
   watching_ = 0;
-  if (handshakeTimer_) loop().timerDel(handshakeTimer_);
-  handshakeTimer_ = 0;
+  handshakeTimerIs(false);
   if (tls_) tls_->shutdown();
   tls_.reset();
   fd_.reset();
@@ -116,16 +121,16 @@ void AttrLogStream::onConnected() {
   if (int error = Socket::finishConnect(fd_.get()); error != 0)
     return fail(format("cannot connect to %s: %s", peer_.charPtr(), std::strerror(error)));
   connecting_ = false;
-  if (tls_) return shakeHands();
-  watchFor(ActivityLoop::kReadable | (pendingBytes() ? unsigned(ActivityLoop::kWritable) : 0u));
+  if (!tls_) return watchFor(ActivityLoop::kReadable | (pendingBytes() ? unsigned(ActivityLoop::kWritable) : 0u));
+  handshakeTimerIs(true);
+  shakeHands();
 }
 
 void AttrLogStream::shakeHands() {
   Io io = tls_->handshake();
   if (io == Io::wantRead || io == Io::wantWrite) return await(io);
   if (io == Io::done) {
-    loop().timerDel(handshakeTimer_);
-    handshakeTimer_ = 0;
+    handshakeTimerIs(false);
     watchFor(ActivityLoop::kReadable);
     // The peer's first frames may have come with its last handshake bytes.
     readAvailable();
@@ -134,14 +139,16 @@ void AttrLogStream::shakeHands() {
   }
   bool refused = io == Io::refused || io == Io::plainPeer;
   if (tls_->isServer() && refused && (io == Io::plainPeer || tls_->established())) return refuse(tls_->problem());
+  String8 why = io == Io::closed ? String8("the peer closed the connection during the TLS handshake") : tls_->problem();
   if (tls_->isServer()) {
-    ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << peer_ << ": " << tls_->problem();
+    ZET_TRACE_AT("NboAttrLog", refused ? 0 : 1) << (refused ? "refusing " : "lost ") << peer_ << ": " << why;
   }
-  fail(format("TLS with %s failed: %s", peer_.charPtr(), tls_->problem().charPtr()), refused);
+  fail(format("TLS with %s failed: %s", peer_.charPtr(), why.charPtr()), refused);
 }
 
 void AttrLogStream::refuse(String8 why) {
   ZET_TRACE_AT("NboAttrLog", 0) << "refusing " << peer_ << ": " << why;
+  handshakeTimerIs(false);
   if (tls_ && !tls_->established()) tls_.reset();  // it hears why in plain text
   // What the peer sent is read first: a socket closed with unread bytes
   // resets the connection, and the peer could lose the refusal.
@@ -217,6 +224,12 @@ void AttrLogStream::readAvailable() {
     if (io == Io::closed) return fail(format("%s closed the connection", peer_.charPtr()));
     return fail(format("reading from %s failed: %s", peer_.charPtr(), problem_.charPtr()), io == Io::refused);
   }
+  // Past the budget, records TLS has read ahead wait in it, where the loop
+  // cannot see them: they are read on the next turn.
+  if (tls_ && tls_->hasPending())
+    loop().deferredCallIs([self = Ptr<AttrLogStream>(this)] {
+      if (self->tls_) self->readAvailable();
+    });
 }
 
 void AttrLogStream::received(std::string_view bytes) {
@@ -285,9 +298,12 @@ void AttrLogStream::flush() {
     }
     size_t n = 0;
     Io io = transmit(out_.data() + sent_, out_.size() - sent_, n);
-    if (io == Io::done) sent_ += n;
-    else if (io == Io::wantRead || io == Io::wantWrite) return await(io);
-    else return writeFailed(io);
+    if (io == Io::done)
+      sent_ += n;
+    else if (io == Io::wantRead || io == Io::wantWrite)
+      return await(io);
+    else
+      return writeFailed(io);
   }
 }
 

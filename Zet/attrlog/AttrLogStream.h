@@ -84,6 +84,7 @@ class AttrLogStream : public PtrInterface {
   void onEvents(unsigned events);
   void onConnected();
   void shakeHands();
+  void handshakeTimerIs(bool armed);
   // Refuses the peer of a server stream: it hears why, then the stream
   // closes; the handler hears it as a refusal.
   void refuse(String8 why);

@@ -89,7 +89,8 @@ SocketFd listenTcp(uint16_t port) {
   sockaddr_storage storage{};
   socklen_t size;
   int family;
-  if (auto* v4 = reinterpret_cast<sockaddr_in*>(&storage); ::inet_pton(AF_INET, address.charPtr(), &v4->sin_addr) == 1) {
+  if (auto* v4 = reinterpret_cast<sockaddr_in*>(&storage);
+      ::inet_pton(AF_INET, address.charPtr(), &v4->sin_addr) == 1) {
     family = v4->sin_family = AF_INET;
     v4->sin_port = htons(port);
     size = sizeof *v4;

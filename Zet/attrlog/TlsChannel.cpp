@@ -6,6 +6,7 @@
 #include <openssl/x509v3.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -20,6 +21,8 @@ namespace {
 
 // The first byte of every TLS connection: a handshake record.
 constexpr unsigned char kHandshakeRecord = 0x16;
+
+std::atomic<size_t> serverHandshakesUnderWay{0};
 
 int fdOf(BIO* bio) { return int(reinterpret_cast<intptr_t>(BIO_get_data(bio))); }
 
@@ -105,10 +108,23 @@ std::unique_ptr<TlsChannel> TlsChannel::client(ssl_ctx_st* context, int fd, Stri
 }
 
 std::unique_ptr<TlsChannel> TlsChannel::server(ssl_ctx_st* context, int fd) {
-  return std::unique_ptr<TlsChannel>(new TlsChannel(context, fd, true));
+  std::unique_ptr<TlsChannel> channel(new TlsChannel(context, fd, true));
+  channel->handshaking_ = true;
+  ++serverHandshakesUnderWay;
+  return channel;
 }
 
-TlsChannel::~TlsChannel() { SSL_free(ssl_); }
+size_t TlsChannel::serverHandshakes() { return serverHandshakesUnderWay; }
+
+TlsChannel::~TlsChannel() {
+  handshakeEnded();
+  SSL_free(ssl_);
+}
+
+void TlsChannel::handshakeEnded() {
+  if (handshaking_) --serverHandshakesUnderWay;
+  handshaking_ = false;
+}
 
 TlsChannel::Io TlsChannel::handshake() {
   if (established_) return Io::done;
@@ -129,6 +145,7 @@ TlsChannel::Io TlsChannel::handshake() {
   int result = SSL_do_handshake(ssl_);
   if (result != 1) return outcome(result);
   established_ = true;
+  handshakeEnded();
   return server_ ? checkPeer() : Io::done;
 }
 

@@ -58,6 +58,11 @@ class TlsChannel {
   // Why the channel failed or was refused.
   String8 const& problem() const { return problem_; }
 
+  // Server handshakes under way in the process. Each holds buffers for
+  // what its peer announced (up to a few hundred KB), so the service
+  // counts them before it accepts another TLS peer.
+  static size_t serverHandshakes();
+
   // The reason of the oldest error OpenSSL has queued on this thread
   // (the queue is cleared), or "unknown error".
   static String8 openSslError();
@@ -65,6 +70,7 @@ class TlsChannel {
  private:
   TlsChannel(ssl_ctx_st* context, int fd, bool server);
   Io outcome(int result);
+  void handshakeEnded();
   Io checkPeer();
   String8 describeError();
 
@@ -73,6 +79,7 @@ class TlsChannel {
   bool server_;
   bool tlsSeen_ = false;  // a server has seen the peer open with TLS
   bool established_ = false;
+  bool handshaking_ = false;  // counted in serverHandshakes()
   bool dataReceived_ = false;
   bool broken_ = false;  // no shutdown may be sent any more
   String8 problem_;

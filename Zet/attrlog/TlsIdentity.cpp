@@ -21,6 +21,8 @@ std::vector<String8> namesIn(String8 const& list) {
   while (!rest.empty()) {
     size_t comma = rest.find(',');
     std::string_view name = rest.substr(0, comma);
+    while (!name.empty() && name.front() == ' ') name.remove_prefix(1);
+    while (!name.empty() && name.back() == ' ') name.remove_suffix(1);
     if (!name.empty()) names.emplace_back(name);
     rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
   }
@@ -103,7 +105,8 @@ TlsIdentity::Context TlsIdentity::contextFor(bool server, String8 const& cert, S
 String8 TlsIdentity::refusalOf(x509_st* certificate) const {
   if (allowedNames_.empty()) return String8();
   for (String8 const& name : allowedNames_)
-    if (X509_check_host(certificate, name.charPtr(), name.size(), 0, nullptr) == 1) return String8();
+    if (X509_check_host(certificate, name.charPtr(), name.size(), X509_CHECK_FLAG_NO_WILDCARDS, nullptr) == 1)
+      return String8();
   char subject[256];
   X509_NAME_oneline(X509_get_subject_name(certificate), subject, sizeof subject);
   return format("its certificate (%s) names none of the peers of ZET_ATTRLOG_TLS_PEERS", subject);

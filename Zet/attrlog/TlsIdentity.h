@@ -7,8 +7,9 @@
 //   ZET_ATTRLOG_TLS_KEY    its private key (PEM)
 //   ZET_ATTRLOG_TLS_CA     the CA certificates peers must be signed by (PEM)
 //   ZET_ATTRLOG_TLS_PEERS  optionally, the names (comma-separated) a client
-//                          certificate must carry, as a DNS name or, when it
-//                          has none, as its common name, to be served
+//                          certificate must carry one of, as a DNS name or,
+//                          when it has none, as its common name, to be
+//                          served (wildcards in certificates do not count)
 //   ZET_ATTRLOG_TLS_HANDSHAKE_SECONDS  how long a TLS handshake may take
 //                          before the connection is dropped (default 10)
 //

@@ -13,6 +13,9 @@ set -euo pipefail
 agentenv=${1:-build/release/tools/agentenv}
 here=$(dirname "$0")
 dir=$(mktemp -d)
+a= b=
+# Whatever happens, the agents stop and the keys go.
+trap 'kill $a $b 2>/dev/null; rm -rf "$dir"' EXIT
 port_a=$((20000 + RANDOM % 20000))
 port_b=$((port_a + 1))
 say() { printf '\n== %s\n' "$*"; }
@@ -22,6 +25,16 @@ as() {
   shift
   exec env ZET_ATTRLOG_TLS_CERT="$dir/$name.crt" ZET_ATTRLOG_TLS_KEY="$dir/$name.key" \
     ZET_ATTRLOG_TLS_CA="$dir/ca.crt" "$@"
+}
+# ready NAME: waits (up to 10 s) until NAME's mount of its peer is done.
+ready() {
+  for _ in $(seq 100); do
+    "$agentenv" why --control "unix:$dir/$1.sock" peer >/dev/null 2>&1 && return 0
+    sleep 0.1
+  done
+  echo "$1 did not get its peer's board; its output:" >&2
+  cat "$dir/$1.out" >&2
+  return 1
 }
 # agent NAME PORT PEER PEER_PORT: an agent host in the background, which
 # serves PEER only.
@@ -38,7 +51,8 @@ agent agent-a "$port_a" agent-b "$port_b"
 a=$!
 agent agent-b "$port_b" agent-a "$port_a"
 b=$!
-sleep 2
+ready agent-a
+ready agent-b
 say "agent-b's statuses, read over TLS by a process with agent-a's certificate"
 (as agent-a "$agentenv" status --remote "tls://localhost:$port_b")
 say "the same with agent-b's own certificate, which agent-b does not serve"
@@ -46,5 +60,5 @@ say "the same with agent-b's own certificate, which agent-b does not serve"
 say "both agents stop and print their tables"
 kill -INT "$a" "$b"
 wait "$a" "$b" || true
+a= b=
 cat "$dir/agent-a.out" "$dir/agent-b.out"
-rm -rf "$dir"

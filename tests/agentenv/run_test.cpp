@@ -398,7 +398,9 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   EXPECT_EQ(bad.wait(), 2);
   ChildProcess nobody({AGENTENV_COMMAND, "status", "--control", "unix:" + demo.dir + "/nobody.sock"});
   EXPECT_EQ(nobody.wait(), 2);
-  EXPECT_EQ(nobody.restOfErr(), "agentenv: no agent answers at " + demo.dir + "/nobody.sock (disconnected)\n");
+  EXPECT_EQ(nobody.restOfErr(), "agentenv: no agent answers at " + demo.dir +
+                                   "/nobody.sock (disconnected: cannot connect to domain socket '" + demo.dir +
+                                   "/nobody.sock': No such file or directory)\n");
 }
 
 }  // namespace
@@ -496,7 +498,7 @@ TEST(AgentenvRun, AgentsMountEachOtherOverTlsAndARefusalShowsWhyInStatus) {
   EXPECT_EQ(status.wait(), 0);
   EXPECT_EQ(row(status.restOfOut(), "peer"),
             "peer mount initialized initialized tls://localhost:" + std::to_string(portA) + "/shared/agent-a");
-  ChildProcess why({AGENTENV_COMMAND, "why", "--remote", remote + "/AgentEnv/AgentEnvStatusDir", "own"},
+  ChildProcess why({AGENTENV_COMMAND, "why", "--remote", remote + "/AgentEnv/AgentEnvStatusDir/", "own"},
                    identity("agent-a", ""));
   EXPECT_EQ(why.wait(), 0);
 
@@ -518,6 +520,12 @@ TEST(AgentenvRun, AgentsMountEachOtherOverTlsAndARefusalShowsWhyInStatus) {
                                        " (permissionDenied: cannot mount from localhost port " + std::to_string(portB) +
                                        " over TLS: this process has no certificate "
                                        "(ZET_ATTRLOG_TLS_CERT, ZET_ATTRLOG_TLS_KEY and ZET_ATTRLOG_TLS_CA))\n");
-  ChildProcess both({AGENTENV_COMMAND, "status", "--remote", remote, "--control", "unix:/x"});
-  EXPECT_EQ(both.wait(), 2);
+  // What --remote cannot be given with, or be.
+  for (std::vector<std::string> wrong : {std::vector<std::string>{"status", "--remote", remote, "--control", "unix:/x"},
+                                         {"status", "--remote", remote, "--agent-name", "B"},
+                                         {"status", "--remote", remote + "?x=1"},
+                                         {"why", "--remote", remote, "own", kExamples + "/cycle.conf"}}) {
+    wrong.insert(wrong.begin(), AGENTENV_COMMAND);
+    EXPECT_EQ(ChildProcess(wrong).wait(), 2) << wrong[1] << " " << wrong[4];
+  }
 }
