@@ -16,6 +16,8 @@
 
 #include "Zet/Zet.h"
 #include "Zet/attrlog/AttrLogProtocol.h"
+#include "Zet/attrlog/TlsChannel.h"
+#include "Zet/attrlog/TlsIdentity.h"
 #include "tests/peer/ChildProcess.h"
 #include "tests/peer/Gauge.h"
 #include "tests/peer/Loopback.h"
@@ -253,6 +255,36 @@ TEST(Tls, AStalledHandshakeIsDroppedAndGarbageAfterItClosesThatConnectionOnly) {
   for (int tries = 0; tries < 100 && figures != "sessions 1 pending 0"; ++tries, ::usleep(20000))
     figures = a.peer("figures");
   EXPECT_EQ(figures, "sessions 1 pending 0");
+}
+
+// CPU milliseconds the peer has used so far.
+long cpuMs(PeerProcess& peer) {
+  std::string usage = peer("usage");
+  return std::stol(usage.substr(usage.find("cpu ") + 4));
+}
+
+TEST(Tls, APartialRecordAfterTheHandshakeCostsTheServerNothingWhileItWaits) {
+  Server a("agent-a");
+  SocketFd fd = connectRaw(a.port, "");
+  ASSERT_TRUE(fd.isOpen());
+  auto client =
+      NboAttrLog::TlsChannel::client(NboAttrLog::TlsIdentity::process().clientContext(), fd.get(), "127.0.0.1");
+  NboAttrLog::TlsChannel::Io io;
+  while ((io = client->handshake()) == NboAttrLog::TlsChannel::Io::wantRead) {
+    pollfd p{fd.get(), POLLIN, 0};
+    ::poll(&p, 1, 1000);
+  }
+  ASSERT_EQ(io, NboAttrLog::TlsChannel::Io::done);
+  // The header of an application record of 32 bytes, and 8 of them.
+  ASSERT_EQ(::send(fd.get(),
+                   "\x17\x03\x03\x00\x20"
+                   "12345678",
+                   13, MSG_NOSIGNAL),
+            13);
+  long before = cpuMs(a.peer);
+  ::usleep(500000);
+  EXPECT_LT(cpuMs(a.peer) - before, 100);
+  EXPECT_EQ(a.peer("figures"), "sessions 1 pending 0");
 }
 
 TEST(Tls, AMountMovesFromATlsSourceToItsTlsBackupAndBack) {

@@ -225,8 +225,9 @@ void AttrLogStream::readAvailable() {
     return fail(format("reading from %s failed: %s", peer_.charPtr(), problem_.charPtr()), io == Io::refused);
   }
   // Past the budget, records TLS has read ahead wait in it, where the loop
-  // cannot see them: they are read on the next turn.
-  if (tls_ && tls_->hasPending())
+  // cannot see them: they are read on the next turn. (Short of it, what
+  // waits is a partial record: the socket says when the rest comes.)
+  if (total >= kReadBudget && tls_ && tls_->hasPending())
     loop().deferredCallIs([self = Ptr<AttrLogStream>(this)] {
       if (self->tls_) self->readAvailable();
     });
