@@ -15,7 +15,7 @@ here=$(dirname "$0")
 dir=$(mktemp -d)
 a= b=
 # Whatever happens, the agents stop and the keys go.
-trap 'kill $a $b 2>/dev/null; rm -rf "$dir"' EXIT
+trap 'kill $a $b 2>/dev/null || true; rm -rf "$dir"' EXIT
 port_a=$((20000 + RANDOM % 20000))
 port_b=$((port_a + 1))
 say() { printf '\n== %s\n' "$*"; }
