@@ -17,6 +17,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "Zet/BlockPool.h"
 #include "Zet/String8.h"
 
 namespace Zet {
@@ -55,7 +56,7 @@ class HashMap {
  public:
   static constexpr size_t kDefaultBuckets = 8;
 
-  class Member : detail::StoredHash<Key> {
+  class Member : detail::StoredHash<Key>, public BlockAllocated {
    public:
     Key const& key() const { return key_; }
     Value& value() { return value_; }

@@ -11,9 +11,11 @@
 #include <type_traits>
 #include <utility>
 
+#include "Zet/BlockPool.h"
+
 namespace Zet {
 
-class PtrInterface {
+class PtrInterface : public BlockAllocated {
  public:
   PtrInterface() = default;
   PtrInterface(PtrInterface const&) = delete;

@@ -9,6 +9,8 @@
 #include <new>
 #include <ostream>
 
+#include "Zet/BlockPool.h"
+
 namespace Zet {
 namespace {
 
@@ -69,8 +71,7 @@ uint64_t String8::emptyHash() noexcept {
 
 String8::String8(std::string_view text) {
   if (text.empty()) return;
-  void* mem = std::malloc(offsetof(Rep, data) + text.size() + 1);
-  if (!mem) throw std::bad_alloc();
+  void* mem = BlockPool::allocate(repBytes(text.size()));
   rep_ = static_cast<Rep*>(mem);
   new (&rep_->references) std::atomic<long>(1);
   rep_->size = text.size();
@@ -96,7 +97,8 @@ String8& String8::operator=(String8&& o) noexcept {
 }
 
 void String8::release() noexcept {
-  if (rep_ && rep_->references.fetch_sub(1, std::memory_order_acq_rel) == 1) std::free(rep_);
+  if (rep_ && rep_->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    BlockPool::deallocate(rep_, repBytes(rep_->size));
   rep_ = nullptr;
 }
 

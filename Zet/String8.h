@@ -65,6 +65,7 @@ class String8 {
     size_t size;
     char data[1];
   };
+  static constexpr size_t repBytes(size_t size) { return offsetof(Rep, data) + size + 1; }
   static uint64_t emptyHash() noexcept;
   void acquire() const noexcept {
     if (rep_) rep_->references.fetch_add(1, std::memory_order_relaxed);

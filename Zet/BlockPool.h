@@ -1,0 +1,43 @@
+#pragma once
+// BlockPool: small blocks for the objects a process makes by the hundred
+// thousand (entities, reference-counted records, hash map members, strings).
+//
+// Blocks of one size are carved one after another from 64 KiB slabs, so a
+// block carries no allocator header and lies beside the blocks made just
+// before it. A freed block goes to the front of its size's free list and is
+// the next one of that size handed out. Slabs stay with the process: memory a
+// size once needed serves that size again, it is not returned to the system.
+// Blocks above kMaxBlock bytes come from the global allocator.
+//
+// Each thread keeps its own free lists, so no lock is taken; a block freed on
+// another thread than the one that made it serves that thread next. Under
+// AddressSanitizer every block comes from the global allocator, so that the
+// sanitizer still sees each object's bounds and lifetime.
+//
+// A class takes its objects from here by deriving from BlockAllocated (the
+// size given to operator delete is the object's own, as the destructor of
+// the most derived class passes it).
+
+#include <cstddef>
+
+namespace Zet {
+
+class BlockPool {
+ public:
+  static constexpr size_t kMaxBlock = 512;
+
+  // A block of at least `size` bytes, aligned for any object of that size
+  // (to the largest power of two dividing the size, up to 64); throws
+  // std::bad_alloc when memory runs out.
+  static void* allocate(size_t size);
+  // Gives back a block `allocate(size)` handed out, with the same size.
+  static void deallocate(void* block, size_t size) noexcept;
+};
+
+class BlockAllocated {
+ public:
+  static void* operator new(size_t size) { return BlockPool::allocate(size); }
+  static void operator delete(void* block, size_t size) noexcept { BlockPool::deallocate(block, size); }
+};
+
+}  // namespace Zet
