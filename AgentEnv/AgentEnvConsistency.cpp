@@ -7,8 +7,7 @@ using Sc = AgentEnvStatus::StatusCode;
 
 // The last name of a URI's entity path; empty when it has none.
 std::string_view lastName(EntityUri const& uri) {
-  EntityUriPath const& path = uri.entityPath();
-  return path.names() ? path.nameText(path.names() - 1) : std::string_view();
+  return uri.entityPath().lastNameText();
 }
 
 // Whether `ancestor` is a proper ancestor path of `path`.

@@ -113,21 +113,21 @@ void AgentEnvSm::doAggregateInstantiated() {
 bool AgentEnvSm::setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path, bool createParentDirs) {
   targetDirIs(nullptr);
   targetNameIs(Name());
-  if (!dir || !path.isAbsolute() || path.names() == 0) {
+  if (!dir || !path.isAbsolute() || !path.hasNames()) {
     SM_TRACE(0) << ": Error: Bad path " << inQuotes(path);
     outcomeIs(AgentEnvStatus::badPath, AgentEnvStatus::error);
     return false;
   }
   EntityUriPath target = path.removeTrailingSlash();
   Ptr<Dir> at = dir;
-  for (size_t i = 0; i + 1 < target.names(); ++i) {
-    at = stepDown(at, target.name(i), createParentDirs);
+  for (std::string_view parent : target.parentNameTexts()) {
+    at = stepDown(at, Name(parent), createParentDirs);
     if (!at) return false;
   }
   SM_TRACE(2) << ": Parsed target is " << target;
   dirEntryIs(nullptr);
   targetDirIs(at);
-  targetNameIs(target.name(target.names() - 1));
+  targetNameIs(Name(target.lastNameText()));
   return true;
 }
 

@@ -83,10 +83,11 @@ Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
   // out, as entityRef(Name) does for a child; for a path without names that
   // is the directory it starts from.
   Entity const* at = path.isAbsolute() ? &root() : this;
-  for (size_t i = 0; i < path.names() && at; ++i) {
+  for (std::string_view name : path.nameTexts()) {
     auto const* dir = dynamic_cast<Dir const*>(at);
-    auto const* e = dir ? dir->entries_.memberByText(path.nameText(i)) : nullptr;
+    auto const* e = dir ? dir->entries_.memberByText(name) : nullptr;
     at = e ? e->value()->entity().ptr() : nullptr;
+    if (!at) break;
   }
   return Ptr<Entity>(const_cast<Entity*>(at));
 }

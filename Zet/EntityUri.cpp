@@ -38,32 +38,46 @@ bool isSchemeChar(char c) {
          c == '.';
 }
 
+// The text without its trailing slashes, and where its last name begins.
+std::pair<std::string_view, size_t> lastNameAt(std::string_view text) {
+  size_t end = text.find_last_not_of('/');
+  if (end == std::string_view::npos) return {{}, 0};
+  text = text.substr(0, end + 1);
+  size_t slash = text.rfind('/');
+  return {text, slash == std::string_view::npos ? 0 : slash + 1};
+}
+
 }  // namespace
 
 // ---- EntityUriPath -----------------------------------------------------------
 
-EntityUriPath::EntityUriPath(String8 text) : text_(std::move(text)) {}
-
-EntityUriPath::NameSpans const& EntityUriPath::split() const {
-  if (split_) return names_;
-  std::string_view t = text_.view();
-  size_t i = 0;
-  while (i < t.size()) {
-    size_t end = t.find('/', i);
-    if (end == std::string_view::npos) end = t.size();
-    if (end > i) names_.emplace_back(static_cast<uint32_t>(i), static_cast<uint32_t>(end - i));
-    i = end + 1;
+void EntityUriPath::NameTexts::Iterator::advance() {
+  size_t start = rest_.find_first_not_of('/');
+  if (start == std::string_view::npos) {
+    done_ = true;
+    name_ = rest_ = {};
+    return;
   }
-  split_ = true;
-  return names_;
+  rest_.remove_prefix(start);
+  name_ = rest_.substr(0, rest_.find('/'));
+  rest_.remove_prefix(name_.size());
 }
 
-std::string_view EntityUriPath::nameText(size_t i) const {
-  if (i >= split().size()) return {};
-  return text_.view().substr(names_[i].first, names_[i].second);
+size_t EntityUriPath::names() const {
+  size_t count = 0;
+  for ([[maybe_unused]] std::string_view name : nameTexts()) ++count;
+  return count;
 }
 
-Name EntityUriPath::name(size_t i) const { return Name(nameText(i)); }
+EntityUriPath::NameTexts EntityUriPath::parentNameTexts() const {
+  auto [text, last] = lastNameAt(text_.view());
+  return NameTexts(text.substr(0, last));
+}
+
+std::string_view EntityUriPath::lastNameText() const {
+  auto [text, last] = lastNameAt(text_.view());
+  return text.substr(last);
+}
 
 EntityUriPath EntityUriPath::removeTrailingSlash() const {
   std::string_view t = text_.view();
@@ -72,11 +86,11 @@ EntityUriPath EntityUriPath::removeTrailingSlash() const {
 }
 
 EntityUriPath& EntityUriPath::operator+=(EntityUriPath const& suffix) {
-  if (suffix.names() == 0) return *this;
+  if (!suffix.hasNames()) return *this;
   std::string joined(text_.view());
-  for (size_t i = 0; i < suffix.names(); ++i) {
+  for (std::string_view name : suffix.nameTexts()) {
     if (!joined.empty() && joined.back() != '/') joined += '/';
-    joined += suffix.name(i).view();
+    joined += name;
   }
   *this = EntityUriPath(String8(joined));
   return *this;
@@ -221,13 +235,13 @@ bool EntityUri::Parts::parseAuthority(std::string_view authority) {
 }
 
 EntityUri EntityUri::below(EntityUriPath const& suffix) const {
-  if (isEmpty() || suffix.names() == 0) return *this;
+  if (isEmpty() || !suffix.hasNames()) return *this;
   std::string_view t = text().view();
   size_t question = t.find('?');
   std::string joined(t.substr(0, question));
-  for (size_t i = 0; i < suffix.names(); ++i) {
-    if (joined.back() != '/') joined += '/';
-    joined += suffix.nameText(i);
+  for (std::string_view name : suffix.nameTexts()) {
+    if (joined.empty() || joined.back() != '/') joined += '/';
+    joined += name;
   }
   if (question != std::string_view::npos) joined += t.substr(question);
   return EntityUri(String8(joined));

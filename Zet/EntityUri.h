@@ -24,6 +24,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -35,16 +36,57 @@ namespace Zet {
 
 class EntityUriPath {
  public:
+  // The non-empty names of a path, in order ("/a//b/" has the names a and
+  // b), read from its text as a walk goes: a range of string views into the
+  // path's text.
+  class NameTexts {
+   public:
+    class Iterator {
+     public:
+      using value_type = std::string_view;
+      using difference_type = std::ptrdiff_t;
+      Iterator() = default;
+      explicit Iterator(std::string_view text) : rest_(text) { advance(); }
+      std::string_view operator*() const { return name_; }
+      Iterator& operator++() {
+        advance();
+        return *this;
+      }
+      Iterator operator++(int) {
+        Iterator before = *this;
+        advance();
+        return before;
+      }
+      bool operator==(std::default_sentinel_t) const { return done_; }
+
+     private:
+      void advance();
+      std::string_view rest_;
+      std::string_view name_;
+      bool done_ = false;
+    };
+    explicit NameTexts(std::string_view text) : text_(text) {}
+    Iterator begin() const { return Iterator(text_); }
+    std::default_sentinel_t end() const { return {}; }
+
+   private:
+    std::string_view text_;
+  };
+
   EntityUriPath() = default;
-  explicit EntityUriPath(String8 text);
+  explicit EntityUriPath(String8 text) : text_(std::move(text)) {}
 
   bool isEmpty() const { return text_.isEmpty(); }
   bool isAbsolute() const { return text_.view().starts_with('/'); }
-  // The non-empty names along the path ("/a//b/" has the names a and b).
-  size_t names() const { return split().size(); }
-  Name name(size_t i) const;
-  // The text of name i, without making a Name; empty past the last.
-  std::string_view nameText(size_t i) const;
+  // How many names the path has; counts them.
+  size_t names() const;
+  bool hasNames() const { return !(NameTexts(text_.view()).begin() == std::default_sentinel); }
+  NameTexts nameTexts() const { return NameTexts(text_.view()); }
+  // The names before the last one: the directories down to where the last
+  // name lives.
+  NameTexts parentNameTexts() const;
+  // The last name; empty when the path has none.
+  std::string_view lastNameText() const;
   // The same path without one trailing '/' ("/" stays "/").
   EntityUriPath removeTrailingSlash() const;
   // Appends a relative path below this one; an absolute or empty one is
@@ -55,12 +97,7 @@ class EntityUriPath {
   friend bool operator==(EntityUriPath const& a, EntityUriPath const& b) { return a.text_ == b.text_; }
 
  private:
-  using NameSpans = std::vector<std::pair<uint32_t, uint32_t>>;  // offset and length of each name in text_
-  NameSpans const& split() const;
-
   String8 text_;
-  mutable NameSpans names_;
-  mutable bool split_ = false;  // names_ has been read from text_
 };
 
 // One value of a query: present or not, with its text ("" for a bare flag).

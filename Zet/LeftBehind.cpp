@@ -21,10 +21,11 @@ Ptr<Entity> LeftBehind::taken(Name const& owner, Ptr<Dir::Entry> const& here, st
 }
 
 Ptr<Dir::Entry> LeftBehind::entryAt(EntityUriPath const& path) {
-  if (!path.isAbsolute() || path.names() == 0) return nullptr;
+  if (!path.isAbsolute() || !path.hasNames()) return nullptr;
   Ptr<Dir> dir = globalDir();
-  for (size_t i = 0; dir && i + 1 < path.names(); ++i) dir = ptr_cast<Dir>(dir->entityRef(path.name(i)));
-  Ptr<Dir::Entry> entry = dir ? dir->entry(path.name(path.names() - 1)) : nullptr;
+  for (std::string_view name : path.parentNameTexts())
+    if (dir) dir = ptr_cast<Dir>(dir->entityRef(Name(name)));
+  Ptr<Dir::Entry> entry = dir ? dir->entry(Name(path.lastNameText())) : nullptr;
   return entry && entry->status() == Dir::Entry::Status::current ? entry : nullptr;
 }
 

@@ -8,10 +8,12 @@
 //   - a path's names are non-empty and hold no '/', and joining them gives
 //     the same names back.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Zet/EntityUri.h"
 
@@ -48,16 +50,20 @@ void checkUri(std::string_view text) {
 void checkPath(std::string_view text) {
   Zet::EntityUriPath path{Zet::String8(text)};
   std::string joined = path.isAbsolute() ? "/" : "";
-  for (size_t i = 0; i < path.names(); ++i) {
-    std::string_view name = path.nameText(i);
+  std::vector<std::string_view> names;
+  for (std::string_view name : path.nameTexts()) {
     require(!name.empty() && name.find('/') == std::string_view::npos);
-    require(path.name(i).view() == name);
-    if (i) joined += '/';
+    if (!names.empty()) joined += '/';
     joined += name;
+    names.push_back(name);
   }
+  require(names.size() == path.names() && path.hasNames() == !names.empty());
+  require(path.lastNameText() == (names.empty() ? std::string_view() : names.back()));
+  size_t parents = 0;
+  for (std::string_view parent : path.parentNameTexts()) require(parent == names.at(parents++));
+  require(parents + 1 == names.size() || (names.empty() && parents == 0));
   Zet::EntityUriPath rebuilt{Zet::String8(joined)};
-  require(rebuilt.names() == path.names());
-  for (size_t i = 0; i < path.names(); ++i) require(rebuilt.nameText(i) == path.nameText(i));
+  require(std::ranges::equal(names, rebuilt.nameTexts()));
   require(path.removeTrailingSlash().names() == path.names());
 }
 

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string_view>
+#include <vector>
+
 #include "Zet/EntityUri.h"
 
 namespace Zet {
@@ -66,10 +69,19 @@ TEST(EntityUri, ReadsEveryFormItServesAndKeepsBadOnes) {
 TEST(EntityUriPath, NamesJoinsAndTrims) {
   EntityUriPath p(String8("/agent//env/"));
   EXPECT_TRUE(p.isAbsolute());
-  ASSERT_EQ(p.names(), 2u);
-  EXPECT_EQ(p.name(0), "agent");
-  EXPECT_EQ(p.name(1), "env");
-  EXPECT_EQ(p.name(2), "");
+  EXPECT_EQ(p.names(), 2u);
+  auto texts = [](EntityUriPath::NameTexts names) {
+    std::vector<std::string_view> out;
+    for (std::string_view name : names) out.push_back(name);
+    return out;
+  };
+  EXPECT_EQ(texts(p.nameTexts()), (std::vector<std::string_view>{"agent", "env"}));
+  EXPECT_EQ(texts(p.parentNameTexts()), std::vector<std::string_view>{"agent"});
+  EXPECT_EQ(p.lastNameText(), "env");
+  EXPECT_EQ(EntityUriPath(String8("//")).lastNameText(), "");
+  EXPECT_FALSE(EntityUriPath(String8("//")).hasNames());
+  EXPECT_EQ(EntityUriPath(String8("top")).lastNameText(), "top");
+  EXPECT_TRUE(texts(EntityUriPath(String8("top")).parentNameTexts()).empty());
   EXPECT_EQ(p.removeTrailingSlash().text(), "/agent//env");
   EXPECT_EQ(EntityUriPath(String8("/")).removeTrailingSlash().text(), "/");
   EXPECT_FALSE(EntityUriPath(String8("rel/x")).isAbsolute());

@@ -128,7 +128,7 @@ void Mount::attempt() {
   if (stopped_) return;  // a watcher of the status ended the mount
   if (source.scheme() == EntityUri::Scheme::none || !source.isValid())
     return error(MountStatus::exception, format("source '%s' is not a tcp://, tls:// or unix:// URI", source.text().charPtr()));
-  if (!target.isAbsolute() || target.names() == 0)
+  if (!target.isAbsolute() || !target.hasNames())
     return error(MountStatus::exception, format("target '%s' is not an absolute path below the root",
                                                 target.text().charPtr()));
   // The new subscription is made before the old one goes, so a link both

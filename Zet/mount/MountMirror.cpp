@@ -50,10 +50,10 @@ void MountMirror::entityIs(NboAttrLog::Message const& frame, EntityUriPath const
     throw AttrLogRecordException(format("frame gives id %u to a second entity", unsigned(frame.id)));
   Ptr<Entity> entity;
   if (frame.parent == 0) {
-    if (target.names() == 0) throwRangeException("the mount target names no entry");
+    if (!target.hasNames()) throwRangeException("the mount target names no entry");
     Ptr<Dir> dir = globalDir();
-    for (size_t i = 0; i + 1 < target.names(); ++i) dir = dir->dirIs(target.name(i));
-    Name name = target.name(target.names() - 1);
+    for (std::string_view parent : target.parentNameTexts()) dir = dir->dirIs(Name(parent));
+    Name name(target.lastNameText());
     entity = reusable(*dir, name, frame.type);
     if (!entity) entity = make(*dir, name, frame.type);
     root_ = entity;

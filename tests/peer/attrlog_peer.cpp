@@ -77,8 +77,8 @@ std::vector<std::unique_ptr<Reflector>> reflectors;
 std::pair<Ptr<Dir>, Name> place(std::string const& path) {
   EntityUriPath p{String8(path)};
   Ptr<Dir> dir = globalDir();
-  for (size_t i = 0; i + 1 < p.names(); ++i) dir = dir->dirIs(p.name(i));
-  return {dir, p.name(p.names() - 1)};
+  for (std::string_view parent : p.parentNameTexts()) dir = dir->dirIs(Name(parent));
+  return {dir, Name(p.lastNameText())};
 }
 
 Ptr<Test::Gauge> gaugeAt(std::string const& path) {
