@@ -14,11 +14,7 @@ std::unordered_map<AgentEnvStatusDir const*, AgentEnvMonitorDirSm*>& monitorsByS
   return monitors;
 }
 
-Name monitorActivityName(Name const& name) {
-  std::string text(name.view());
-  text += "Monitor";
-  return Name(String8(text));
-}
+Name monitorActivityName(Name const& name) { return Name(name + "Monitor"); }
 
 }  // namespace
 
@@ -37,28 +33,31 @@ AgentEnvMonitorDirSm::~AgentEnvMonitorDirSm() {
 }
 
 void AgentEnvMonitorDirSm::handleStatus() {
-  for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) handleStatus(Name(it->key()));
+  for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) monitor(it->key(), it->value());
 }
 
-void AgentEnvMonitorDirSm::handleStatus(Name const& name) {
-  Ptr<AgentEnvStatus const> status = statusDir()->agentEnvStatus(name);
-  Ptr<AgentEnvConfig const> config = configDir_->agentEnvConfig(name);
-  if (!status || !config) return statusSmDel(name);
-  Ptr<ActivityConfig> activity = ActivityFacility::activityManagerConfig()->activityConfigIs(monitorActivityName(name), 10);
-  statusSmIs(activity, name, status, config);
+void AgentEnvMonitorDirSm::handleStatus(Name const& name) { monitor(name, statusDir()->agentEnvStatus(name)); }
+
+void AgentEnvMonitorDirSm::monitor(Name const& name, Ptr<AgentEnvStatus const> const& status) {
+  Ptr<AgentEnvConfig const> config = status ? configDir_->agentEnvConfig(name) : nullptr;
+  if (!config) return statusSmDel(name);
+  // The activity is looked up only for a monitor still to be made.
+  Ptr<ActivityConfig> activity;
+  if (!monitors_.find(name))
+    activity = ActivityFacility::activityManagerConfig()->activityConfigIs(monitorActivityName(name), 10);
+  statusSmIs(std::move(activity), name, status, config);
 }
 
 Ptr<AgentEnvMonitorSm> AgentEnvMonitorDirSm::statusSmIs(Ptr<ActivityConfig> activity, Name const& name,
                                                         Ptr<AgentEnvStatus const> const& status,
                                                         Ptr<AgentEnvConfig const> const& config) {
-  if (Ptr<AgentEnvMonitorSm> existing = monitors_.value(name)) {
-    constructorParameterCheck("_status", existing->status(), status);
-    constructorParameterCheck("_config", existing->config(), config);
-    return existing;
+  auto [slot, inserted] = monitors_.insertMade(
+      name, [&] { return Ptr<AgentEnvMonitorSm>(new AgentEnvMonitorSm(std::move(activity), name, status, config)); });
+  if (!inserted) {
+    constructorParameterCheck("_status", (*slot)->status(), status);
+    constructorParameterCheck("_config", (*slot)->config(), config);
   }
-  Ptr<AgentEnvMonitorSm> made(new AgentEnvMonitorSm(std::move(activity), name, status, config));
-  monitors_.assign(name, made);
-  return made;
+  return *slot;
 }
 
 Ptr<AgentEnvMonitorDirSm> agentEnvMonitorDirSmFactory(Ptr<ActivityConfig> activity,

@@ -37,6 +37,10 @@ class AgentEnvMonitorDirSm : public PtrInterface, public AgentEnvStatusDir::Noti
   void statusSmDelAll() { monitors_.clear(); }
 
  private:
+  // Makes or checks the monitor of the status of that name; a status or a
+  // config that is gone removes it.
+  void monitor(Name const& name, Ptr<AgentEnvStatus const> const& status);
+
   Ptr<ActivityConfig> activity_;
   Ptr<AgentEnvConfigDir const> configDir_;
   HashMap<Ptr<AgentEnvMonitorSm>> monitors_;

@@ -14,7 +14,9 @@ AgentEnvMonitorSm::AgentEnvMonitorSm(Ptr<ActivityConfig> activity, Name name, Pt
   if (!status || !config_) throwRangeException("null ValidPtr");
   statusReactor_.notifierIs(status);
   activate();
-  notificationDefer(0);  // a status that has failed already is reported too
+  // A status that has failed already is reported too (from the loop, as a
+  // change would be); one that has not is reported when it changes.
+  if (status->individualStatus() >= AgentEnvStatus::fail) notificationDefer(0);
 }
 
 AgentEnvMonitorSm::~AgentEnvMonitorSm() = default;
@@ -30,9 +32,15 @@ void AgentEnvMonitorSm::handleStatus() {
   if (!config_->configFile().isEmpty()) line.append(config_->configFile().view()).append(": ");
   line.append(status->name().view()).append(": ");
   switch (individual) {
-    case AgentEnvStatus::error: line += "error: "; break;
-    case AgentEnvStatus::unsupported: line += "unsupported: "; break;
-    case AgentEnvStatus::fail: line += "fail: "; break;
+    case AgentEnvStatus::error:
+      line += "error: ";
+      break;
+    case AgentEnvStatus::unsupported:
+      line += "unsupported: ";
+      break;
+    case AgentEnvStatus::fail:
+      line += "fail: ";
+      break;
     default:
       line.append(status->name().view()).append(": monitor received unknown status ");
       line.append(stringValue(individual).view()).append("\n");

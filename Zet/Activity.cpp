@@ -3,10 +3,8 @@
 namespace Zet {
 
 Ptr<ActivityConfig> ActivityManagerConfig::activityConfigIs(Name const& name, unsigned priorityHint) {
-  if (Ptr<ActivityConfig>* existing = configs_.find(name)) return *existing;
-  Ptr<ActivityConfig> config(new ActivityConfig(name, priorityHint, loop_));
-  configs_.insert(name, config);
-  return config;
+  return *configs_.insertMade(name, [&] { return Ptr<ActivityConfig>(new ActivityConfig(name, priorityHint, loop_)); })
+              .first;
 }
 
 Ptr<ActivityConfig> ActivityManagerConfig::activityConfigDel(Name const& name) {

@@ -97,9 +97,7 @@ class HashMap {
   }
   // The member whose key has this text, or null; for string keys, without
   // making a key first.
-  Member* memberByText(std::string_view text) const
-    requires std::is_base_of_v<String8, Key>
-  {
+  Member* memberByText(std::string_view text) const requires std::is_base_of_v<String8, Key> {
     if (!table_) return nullptr;
     size_t h = spreadHash(String8::hashOf(text));
     for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
@@ -120,12 +118,19 @@ class HashMap {
   // Inserts key with value unless key is present. Returns the member's value
   // and whether it was inserted.
   std::pair<Value*, bool> insert(Key const& key, Value value) {
+    return insertMade(key, [&value] { return std::move(value); });
+  }
+  // The same with the value `make()` returns, called only when key is
+  // absent: one lookup for a value that is costly to make. When make throws,
+  // nothing is inserted.
+  template <class Make>
+  std::pair<Value*, bool> insertMade(Key const& key, Make&& make) {
     size_t h = hashOf(key);
     if (table_) {
       for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
         if (m->matches(h, key)) return {&m->value_, false};
     }
-    return {&link(new Member(key, std::move(value), h))->value_, true};
+    return {&link(new Member(key, make(), h))->value_, true};
   }
   // Sets the value for key, inserting it when absent.
   Value& assign(Key const& key, Value value) {

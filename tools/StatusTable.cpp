@@ -17,6 +17,15 @@ namespace Zet::Tool {
 
 namespace {
 
+// The text of an enumeration value; a named value's without making a String8
+// (rows are made by the million).
+template <TextEnum E>
+std::string text(E value) {
+  auto const& texts = EnumTexts<E>::texts;
+  size_t i = static_cast<size_t>(value);
+  return i < texts.size() ? std::string(texts[i]) : stringValue(value).str();
+}
+
 // Colour only for a person at a terminal, and never when NO_COLOR is set.
 bool colourWanted() { return ::isatty(STDOUT_FILENO) && System::getenv("NO_COLOR").isEmpty(); }
 
@@ -88,10 +97,10 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, Agent
   bool failed = showsReason(s);
   StatusRow row;
   row.entry = s.name().str();
-  row.mode = config ? stringValue(modeAskedFor(*config)).str() : "";
-  row.status = stringValue(s.individualStatus()).str();
-  row.group = stringValue(s.groupStatus()).str();
-  row.code = failed ? stringValue(s.statusCode()).str() : "";
+  row.mode = config ? text(modeAskedFor(*config)) : "";
+  row.status = text(s.individualStatus());
+  row.group = text(s.groupStatus());
+  row.code = failed ? text(s.statusCode()) : "";
   row.message = failed ? AgentEnv::statusMessage(&s, config).str() : "";
   row.currentSource = s.currentSource().text().str();
   row.reason = s.reason().str();
@@ -107,8 +116,18 @@ StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir cons
   order_.reserve(only.empty() ? statuses.agentEnvStatusCount() : only.size());
   for (auto const& member : statuses.agentEnvStatuses())
     if (isNamed(only, member.key().view()))
-      order_.push_back({member.key().view(), member.value().ptr(), configs.agentEnvConfig(member.key()).ptr()});
-  std::sort(order_.begin(), order_.end(), [](Entry const& a, Entry const& b) { return a.name < b.name; });
+      order_.push_back({sortKey(member.key().view()), member.key().view(), member.value().ptr(),
+                        configs.agentEnvConfig(member.key()).ptr()});
+  // Most comparisons are decided by the first eight bytes, kept in the
+  // entry: the names themselves are read only on a tie.
+  std::sort(order_.begin(), order_.end(),
+            [](Entry const& a, Entry const& b) { return a.key != b.key ? a.key < b.key : a.name < b.name; });
+}
+
+uint64_t StatusRows::sortKey(std::string_view name) {
+  uint64_t key = 0;
+  for (size_t i = 0; i < sizeof key; ++i) key = key << 8 | (i < name.size() ? uint8_t(name[i]) : 0);
+  return key;
 }
 
 bool StatusRows::allInitialized() const {

@@ -6,6 +6,7 @@
 // does not say it, and what an entry that has not acted waits for. The
 // table aligns the rows; JSON gives one object per row and line.
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -52,10 +53,13 @@ class StatusRows {
 
  private:
   struct Entry {
+    uint64_t key;  // the name's first eight bytes, big-endian: orders as the name does
     std::string_view name;
     AgentEnvStatus const* status;
     AgentEnvConfig const* config;  // null when the entry has none
   };
+  static uint64_t sortKey(std::string_view name);
+
   AgentEnvStatusDir const& statuses_;
   std::vector<Entry> order_;  // by name
 };
