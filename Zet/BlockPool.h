@@ -5,8 +5,10 @@
 // Blocks of one size are carved one after another from 64 KiB slabs, so a
 // block carries no allocator header and lies beside the blocks made just
 // before it. A freed block goes to the front of its size's free list and is
-// the next one of that size handed out. Slabs stay with the process: memory a
-// size once needed serves that size again, it is not returned to the system.
+// the next one of that size handed out. Slabs are cut from regions whose
+// pages are backed when the region is mapped (one call to the system rather
+// than a page fault per page), and stay with the process: memory a size once
+// needed serves that size again, it is not returned to the system.
 // Blocks above kMaxBlock bytes come from the global allocator.
 //
 // Each thread keeps its own free lists, so no lock is taken; a block freed on
@@ -27,7 +29,7 @@ class BlockPool {
   static constexpr size_t kMaxBlock = 512;
 
   // A block of at least `size` bytes, aligned for any object of that size
-  // (to the largest power of two dividing the size, up to 64); throws
+  // (to the largest power of two dividing the size); throws
   // std::bad_alloc when memory runs out.
   static void* allocate(size_t size);
   // Gives back a block `allocate(size)` handed out, with the same size.
