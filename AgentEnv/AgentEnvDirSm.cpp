@@ -45,39 +45,49 @@ void AgentEnvDirSm::notifierIs(Ptr<Entity const> const& dir) {
 
 void AgentEnvDirSm::handleConfig() {
   if (!configDir_) return;
-  for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) handleConfig(it->key());
+  for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) handleConfig(it->key(), it->value());
 }
 
 void AgentEnvDirSm::onAgentEnvConfig(Name const& name) {
   if (hasNotificationActive()) handleConfig(name);
 }
 
+void AgentEnvDirSm::handleConfig(Name const& name) {
+  if (configDir_) handleConfig(name, configDir_->agentEnvConfig(name));
+}
+
 // Prerequisites are made first, without recursion: a name whose dependency
 // or aggregate still lacks a state machine waits on a stack until that one
 // is made. A name already on the stack is not pushed again, so a cycle of
 // configs that name each other ends; it is reported by the state machines.
-void AgentEnvDirSm::handleConfig(Name const& name) {
-  if (!configDir_) return;
+// `config` is the config of the name when the call begins (null when it has
+// none); those of the names on the stack are looked up when their turn
+// comes, as the prerequisites made meanwhile may have changed them.
+void AgentEnvDirSm::handleConfig(Name const& name, Ptr<AgentEnvConfig> config) {
   ZET_TRACE_AT("AgentEnvSm", 1) << "Got AgentEnvConfig: " << name;
-  std::vector<Name> pending{name};
+  std::vector<Name> waiting;  // innermost last
   HashMap<bool> visiting;
-  while (!pending.empty()) {
-    Name prerequisite = missingPrerequisite(pending.back(), visiting);
+  Name current = name;
+  for (;;) {
+    Name prerequisite = config ? missingPrerequisite(*config, visiting) : Name();
     if (prerequisite.isEmpty()) {
-      reconcile(pending.back());
-      pending.pop_back();
-      continue;
+      reconcile(current, config);
+      if (waiting.empty()) return;
+      current = std::move(waiting.back());
+      waiting.pop_back();
+    } else {
+      if (waiting.empty()) visiting.insert(current, true);
+      visiting.insert(prerequisite, true);
+      waiting.push_back(std::move(current));
+      current = std::move(prerequisite);
+      ZET_TRACE_AT("AgentEnvSm", 1) << "Got AgentEnvConfig: " << current;
     }
-    if (pending.size() == 1) visiting.insert(name, true);
-    visiting.insert(prerequisite, true);
-    pending.push_back(prerequisite);
-    ZET_TRACE_AT("AgentEnvSm", 1) << "Got AgentEnvConfig: " << prerequisite;
+    config = configDir_->agentEnvConfig(current);
   }
 }
 
-Name AgentEnvDirSm::missingPrerequisite(Name const& name, HashMap<bool>& visiting) {
-  Ptr<AgentEnvConfig> config = configDir_->agentEnvConfig(name);
-  if (!config) return Name();
+Name AgentEnvDirSm::missingPrerequisite(AgentEnvConfig const& config, HashMap<bool>& visiting) {
+  Name const& name = config.name();
   auto lacking = [&](Name const& other) {
     if (!configDir_->agentEnvConfig(other) || sms_.find(other)) return false;
     // Already being made further down the stack: a cycle. Its status is made
@@ -88,18 +98,18 @@ Name AgentEnvDirSm::missingPrerequisite(Name const& name, HashMap<bool>& visitin
     }
     return true;
   };
-  Name const& dependency = config->dependency();
+  Name const& dependency = config.dependency();
   if (AgentEnvConfig::namesEntry(dependency) && lacking(dependency)) return dependency;
-  if (Ptr<AgentEnvConfig> const& aggregate = config->aggConfig())
+  if (Ptr<AgentEnvConfig> const& aggregate = config.aggConfig())
     if (lacking(aggregate->name())) return aggregate->name();
   return Name();
 }
 
-void AgentEnvDirSm::reconcile(Name const& name) {
-  Ptr<AgentEnvConfig> config = configDir_->agentEnvConfig(name);
+void AgentEnvDirSm::reconcile(Name const& name, Ptr<AgentEnvConfig> const& config) {
   if (!config) return remove(name);
   Ptr<AgentEnvStatus> status = statusDir_->agentEnvStatusIs(name);
-  Ptr<ActivityConfig> activity = ActivityFacility::activityManagerConfig()->activityConfigIs(name, kActivityPriorityHint);
+  Ptr<ActivityConfig> activity =
+      ActivityFacility::activityManagerConfig()->activityConfigIs(name, kActivityPriorityHint);
   Ptr<AgentEnvSm> sm = agentEnvSmIs(activity, config, status);
   if (sm->agentEnvConfig() != config) sm->agentEnvConfigIs(config);
   wakeDependents(name);
@@ -154,15 +164,17 @@ void AgentEnvDirSm::remove(Name const& name) {
 Ptr<AgentEnvSm> AgentEnvDirSm::agentEnvSmIs(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
                                             Ptr<AgentEnvStatus> status) {
   if (!config) throwRangeException("null ValidPtr");
-  if (Ptr<AgentEnvSm> existing = agentEnvSm(config->name())) {
-    constructorParameterCheck("_status", existing->status(), status);
-    return existing;
+  auto [sm, made] = sms_.insertMade(config->name(), [&] {
+    Ptr<AgentEnvSm> sm = newAgentEnvSm(std::move(activity), config, status);
+    if (!sm) throwRangeException("null ValidPtr");
+    return sm;
+  });
+  if (!made) {
+    constructorParameterCheck("_status", (*sm)->status(), status);
+    return *sm;
   }
-  Ptr<AgentEnvSm> sm = newAgentEnvSm(std::move(activity), config, std::move(status));
-  if (!sm) throwRangeException("null ValidPtr");
-  sms_.insert(config->name(), sm);
-  if (!hasNotificationActive()) sm->hasNotificationActiveIs(false);
-  return sm;
+  if (!hasNotificationActive()) (*sm)->hasNotificationActiveIs(false);
+  return *sm;
 }
 
 Ptr<AgentEnvSm> AgentEnvDirSm::newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,

@@ -81,10 +81,14 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   void onNotification(int) override { handleConfig(); }
 
  private:
-  // The name whose state machine must exist before `name`'s (its dependency
-  // or its aggregate), or empty. Names in `visiting` are being made already.
-  Name missingPrerequisite(Name const& name, HashMap<bool>& visiting);
-  void reconcile(Name const& name);
+  void handleConfig(Name const& name, Ptr<AgentEnvConfig> config);
+  // The name whose state machine must exist before the config's (its
+  // dependency or its aggregate), or empty. Names in `visiting` are being
+  // made already.
+  Name missingPrerequisite(AgentEnvConfig const& config, HashMap<bool>& visiting);
+  // Makes what the config of `name` lacks, or removes what a deleted one
+  // (null) left.
+  void reconcile(Name const& name, Ptr<AgentEnvConfig> const& config);
   void remove(Name const& name);
   void wakeDependents(Name const& name);
   void forgetMissingDependency(Name const& dependent);

@@ -88,13 +88,7 @@ class HashMap {
   bool empty() const { return size_ == 0; }
 
   // The member with this key, or null.
-  Member* member(Key const& key) const {
-    if (!table_) return nullptr;
-    size_t h = hashOf(key);
-    for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-      if (m->matches(h, key)) return m;
-    return nullptr;
-  }
+  Member* member(Key const& key) const { return chainMember(hashOf(key), key); }
   // The member whose key has this text, or null; for string keys, without
   // making a key first.
   Member* memberByText(std::string_view text) const requires std::is_base_of_v<String8, Key> {
@@ -122,15 +116,17 @@ class HashMap {
   }
   // The same with the value `make()` returns, called only when key is
   // absent: one lookup for a value that is costly to make. When make throws,
-  // nothing is inserted.
+  // nothing is inserted; when make itself inserted key, its value stays and
+  // the one made is dropped.
   template <class Make>
   std::pair<Value*, bool> insertMade(Key const& key, Make&& make) {
     size_t h = hashOf(key);
-    if (table_) {
-      for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-        if (m->matches(h, key)) return {&m->value_, false};
-    }
-    return {&link(new Member(key, make(), h))->value_, true};
+    if (Member* m = chainMember(h, key)) return {&m->value_, false};
+    size_t sizeBefore = size_;
+    Value value = make();
+    if (size_ != sizeBefore)
+      if (Member* m = chainMember(h, key)) return {&m->value_, false};
+    return {&link(new Member(key, std::move(value), h))->value_, true};
   }
   // Sets the value for key, inserting it when absent.
   Value& assign(Key const& key, Value value) {
@@ -264,6 +260,14 @@ class HashMap {
     return b;
   }
   static size_t hashOf(Key const& key) { return spreadHash(std::hash<Key>()(key)); }
+
+  // The member with this key in the chain of hash h, or null.
+  Member* chainMember(size_t h, Key const& key) const {
+    if (!table_) return nullptr;
+    for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
+      if (m->matches(h, key)) return m;
+    return nullptr;
+  }
 
   Member* link(Member* m) {
     if (!table_) table_ = std::make_unique<Member*[]>(buckets_);

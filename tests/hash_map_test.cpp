@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "Zet/HashMap.h"
@@ -18,7 +19,6 @@ Name numbered(char const* prefix, long n) {
   text += std::to_string(n);
   return Name(text);
 }
-
 
 TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
   HashMap<int> map;
@@ -123,6 +123,29 @@ TEST(HashMap, StringKeysFindTheirMembersByTextOrByACopyOfTheKey) {
     EXPECT_EQ(*map.find(Name(text)), i);  // another buffer with the same text
   }
   EXPECT_FALSE(map.find(Name("k1000")));
+  EXPECT_TRUE(map.isConsistent());
+}
+
+// A value made on insertion is made only for an absent key; a maker that
+// throws leaves nothing, and one that inserts the key itself wins.
+TEST(HashMap, InsertMadeMakesOnlyWhatIsMissing) {
+  HashMap<int> map;
+  int made = 0;
+  auto maker = [&made](int v) { return [&made, v] { return ++made, v; }; };
+  EXPECT_TRUE(map.insertMade("a", maker(1)).second);
+  auto [slot, inserted] = map.insertMade("a", maker(2));
+  EXPECT_FALSE(inserted);
+  EXPECT_EQ(*slot, 1);
+  EXPECT_EQ(made, 1);
+  EXPECT_THROW(map.insertMade("b", []() -> int { throw std::runtime_error("no"); }), std::runtime_error);
+  EXPECT_FALSE(map.find("b"));
+  auto [inner, innerInserted] = map.insertMade("c", [&map] {
+    map.insert("c", 3);
+    return 4;
+  });
+  EXPECT_FALSE(innerInserted);
+  EXPECT_EQ(*inner, 3);
+  EXPECT_EQ(map.size(), 2u);
   EXPECT_TRUE(map.isConsistent());
 }
 
