@@ -1,82 +1,58 @@
 #pragma once
-// HashMap: a chained hash map from a key (by default a Name) to a value.
+// HashMap: a hash map from a string key (by default a Name) to a value.
 //
-// Iterators are bookmarks: an iterator standing on a member that is deleted
-// moves on to the next member instead of dangling, so a walk may delete the
-// member it stands on (or any other). While a bookmark is alive the table does
-// not grow; growth resumes with the first insertion after the last bookmark
-// goes. Members inserted during a walk may or may not be visited by it.
-// Not thread-safe.
+// Members live in storage of their own, in the order they were inserted
+// (a freed place is taken again by a later insertion), and never move: a
+// pointer to a member or its value stays good until that member is erased.
+// An index of open-addressed slots, each with a position and 32 bits of the
+// key's hash, finds them: a lookup reads one slot line and the member it
+// names, and a walk reads the members in insertion order, the order in which
+// a bulk of them (and usually what they point to) were made.
+//
+// Iterators are bookmarks: an iterator standing on a member that is erased
+// moves on to the next member instead of dangling, so a walk may erase the
+// member it stands on (or any other). Members inserted during a walk may or
+// may not be visited by it. Not thread-safe.
 
+#include <bit>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
-#include "Zet/BlockPool.h"
 #include "Zet/String8.h"
 
 namespace Zet {
 
-// Folds the high bits in, so hashes differing only high up use different buckets.
+// Folds the high bits in, so hashes differing only high up use different slots.
 inline size_t spreadHash(uint64_t h) { return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47)); }
-
-namespace detail {
-// The hash a member is filed under. String keys carry their hash with their
-// text, so members keyed by them store none of their own: a member is then
-// three pointers, the smallest block the allocator hands out.
-// mayMatch(h) tells cheaply whether a member with hash h may hold the key.
-template <class Key, bool = std::is_base_of_v<String8, Key>>
-class StoredHash {
- public:
-  explicit StoredHash(size_t h) : hash_(h) {}
-  size_t storedHash(Key const&) const { return hash_; }
-  bool mayMatch(size_t h) const { return hash_ == h; }
-
- private:
-  size_t hash_;
-};
-// Comparing string keys looks at the shared text first and at the hash kept
-// with it next, so the member need not keep the hash again.
-template <class Key>
-class StoredHash<Key, true> {
- public:
-  explicit StoredHash(size_t) {}
-  static size_t storedHash(Key const& key) { return spreadHash(key.hash()); }
-  static bool mayMatch(size_t) { return true; }
-};
-}  // namespace detail
 
 template <class Value, class Key = Name>
 class HashMap {
- public:
-  static constexpr size_t kDefaultBuckets = 8;
+  static_assert(std::is_base_of_v<String8, Key>, "keys are strings: they carry their hash");
 
-  class Member : detail::StoredHash<Key>, public BlockAllocated {
+ public:
+  class Member {
    public:
     Key const& key() const { return key_; }
     Value& value() { return value_; }
     Value const& value() const { return value_; }
-    // The next member of the same bucket; null at the end of the chain.
-    Member* fwkHmNext() const { return next_; }
 
    private:
     friend class HashMap;
-    Member(Key k, Value v, size_t h) : detail::StoredHash<Key>(h), key_(std::move(k)), value_(std::move(v)) {}
-    size_t hash() const { return this->storedHash(key_); }
-    bool matches(size_t h, Key const& key) const { return this->mayMatch(h) && key_ == key; }
+    Member(Key k, Value v) : key_(std::move(k)), value_(std::move(v)) {}
     Key key_;
     Value value_;
-    Member* next_ = nullptr;
   };
 
   class Iterator;
 
-  explicit HashMap(size_t initialBuckets = kDefaultBuckets) : buckets_(roundUp(initialBuckets)) {}
+  HashMap() = default;
   HashMap(HashMap const&) = delete;
   HashMap& operator=(HashMap const&) = delete;
   ~HashMap() {
@@ -88,15 +64,11 @@ class HashMap {
   bool empty() const { return size_ == 0; }
 
   // The member with this key, or null.
-  Member* member(Key const& key) const { return chainMember(hashOf(key), key); }
-  // The member whose key has this text, or null; for string keys, without
-  // making a key first.
-  Member* memberByText(std::string_view text) const requires std::is_base_of_v<String8, Key> {
-    if (!table_) return nullptr;
-    size_t h = spreadHash(String8::hashOf(text));
-    for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-      if (m->hash() == h && m->key_.view() == text) return m;
-    return nullptr;
+  Member* member(Key const& key) const { return memberAt(findKey(hashOf(key), key)); }
+  // The member whose key has this text, or null, without making a key first.
+  Member* memberByText(std::string_view text) const {
+    return memberAt(
+        findSlot(spreadHash(String8::hashOf(text)), [text](Member const& m) { return m.key_.view() == text; }));
   }
   // A pointer to the value for key, or null.
   Value* find(Key const& key) const {
@@ -121,12 +93,12 @@ class HashMap {
   template <class Make>
   std::pair<Value*, bool> insertMade(Key const& key, Make&& make) {
     size_t h = hashOf(key);
-    if (Member* m = chainMember(h, key)) return {&m->value_, false};
+    if (Member* m = memberAt(findKey(h, key))) return {&m->value_, false};
     size_t sizeBefore = size_;
     Value value = make();
     if (size_ != sizeBefore)
-      if (Member* m = chainMember(h, key)) return {&m->value_, false};
-    return {&link(new Member(key, std::move(value), h))->value_, true};
+      if (Member* m = memberAt(findKey(h, key))) return {&m->value_, false};
+    return {&add(h, key, std::move(value))->value_, true};
   }
   // Sets the value for key, inserting it when absent.
   Value& assign(Key const& key, Value value) {
@@ -137,54 +109,51 @@ class HashMap {
 
   // Removes the member with this key; returns whether there was one.
   bool erase(Key const& key) {
-    if (!table_) return false;
-    size_t h = hashOf(key);
-    for (Member** at = &table_[h & (buckets_ - 1)]; *at; at = &(*at)->next_) {
-      Member* m = *at;
-      if (!m->matches(h, key)) continue;
-      moveBookmarksOff(m);
-      *at = m->next_;
-      m->next_ = nullptr;
-      assert(m->fwkHmNext() == 0 && "t->fwkHmNext() == 0");
-      --size_;
-      delete m;
-      return true;
-    }
-    return false;
+    size_t slot = findKey(hashOf(key), key);
+    if (slot == kNone) return false;
+    uint32_t position = index_[slot].position - 1;
+    moveBookmarksOff(position);
+    removeSlot(slot);
+    free(position);
+    return true;
   }
 
   void clear() {
-    if (!table_) return;
-    for (Iterator* b = bookmarks_; b; b = b->nextBookmark_) b->member_ = nullptr, b->bucket_ = buckets_;
-    for (size_t i = 0; i < buckets_; ++i) {
-      for (Member* m = table_[i]; m;) delete std::exchange(m, m->next_);
-      table_[i] = nullptr;
-    }
-    size_ = 0;
+    for (Iterator* b = bookmarks_; b; b = b->nextBookmark_) b->position_ = kEnd;
+    for (uint32_t p = 0; p < used_; ++p)
+      if (place(p).live) place(p).member()->~Member();
+    for (size_t c = 0; c < chunkCount(used_); ++c) ::operator delete(chunks_[c]);
+    chunks_.reset();
+    index_.reset();
+    indexLog_ = 0;
+    size_ = used_ = 0;
+    freed_ = kNoPosition;
   }
 
-  // A bookmark walking the members in bucket order.
+  // A bookmark walking the members in the order of their places.
   class Iterator {
    public:
     Iterator() = default;
-    Iterator(Iterator const& o) { attach(o.map_, o.bucket_, o.member_); }
+    Iterator(Iterator const& o) { attach(o.map_, o.position_); }
     Iterator& operator=(Iterator const& o) {
       if (this != &o) {
         detach();
-        attach(o.map_, o.bucket_, o.member_);
+        attach(o.map_, o.position_);
       }
       return *this;
     }
     ~Iterator() { detach(); }
 
-    Member& operator*() const { return *member_; }
-    Member* operator->() const { return member_; }
-    explicit operator bool() const { return member_ != nullptr; }
+    Member& operator*() const { return *map_->place(position_).member(); }
+    Member* operator->() const { return map_->place(position_).member(); }
+    explicit operator bool() const { return position_ != kEnd; }
     Iterator& operator++() {
       advance();
       return *this;
     }
-    friend bool operator==(Iterator const& a, Iterator const& b) { return a.member_ == b.member_; }
+    friend bool operator==(Iterator const& a, Iterator const& b) {
+      return a.position_ == b.position_ && (a.position_ == kEnd || a.map_ == b.map_);
+    }
 
    private:
     friend class HashMap;
@@ -198,10 +167,9 @@ class HashMap {
     // A bookmark standing on no member (an end, or the begin of an empty
     // map) is not registered and keeps no pointer to the map, so it may
     // outlive the map like every other bookmark.
-    void attach(HashMap const* map, size_t bucket, Member* member) {
-      bucket_ = bucket;
-      member_ = map ? member : nullptr;
-      map_ = member_ ? const_cast<HashMap*>(map) : nullptr;
+    void attach(HashMap const* map, uint32_t position) {
+      position_ = map ? position : kEnd;
+      map_ = position_ != kEnd ? const_cast<HashMap*>(map) : nullptr;
       if (!map_) return;
       nextBookmark_ = map_->bookmarks_;
       if (nextBookmark_) nextBookmark_->prevBookmark_ = this;
@@ -220,104 +188,196 @@ class HashMap {
     }
     // Steps to the next member; at the end the bookmark detaches itself.
     void advance() {
-      if (!member_) return;
-      size_t from = bucket_ + 1;
-      member_ = member_->next_ ? member_->next_ : map_->firstFrom(from, bucket_);
-      if (!member_) detach();
+      if (position_ == kEnd) return;
+      position_ = map_->liveFrom(position_ + 1);
+      if (position_ == kEnd) detach();
     }
 
     HashMap* map_ = nullptr;
-    size_t bucket_ = 0;
-    Member* member_ = nullptr;
+    uint32_t position_ = kEnd;
     Iterator* prevBookmark_ = nullptr;
     Iterator* nextBookmark_ = nullptr;
   };
 
   Iterator begin() const {
     Iterator it;
-    size_t bucket = 0;
-    Member* first = firstFrom(0, bucket);
-    it.attach(this, bucket, first);
+    it.attach(this, liveFrom(0));
     return it;
   }
   Iterator end() const { return Iterator(); }
 
-  // True when every chain is consistent with the member count; for audits.
+  // True when every member is found through the index at its place and the
+  // count holds; for audits.
   bool isConsistent() const {
-    size_t n = 0;
-    for (size_t i = 0; table_ && i < buckets_; ++i)
-      for (Member* m = table_[i]; m; m = m->next_) {
-        if ((m->hash() & (buckets_ - 1)) != i) return false;
-        ++n;
-      }
-    return n == size_;
+    size_t live = 0;
+    for (uint32_t p = 0; p < used_; ++p) {
+      if (!place(p).live) continue;
+      ++live;
+      if (member(place(p).member()->key_) != place(p).member()) return false;
+    }
+    return live == size_;
   }
 
  private:
-  static size_t roundUp(size_t n) {
-    size_t b = 1;
-    while (b < n) b <<= 1;
-    return b;
-  }
-  static size_t hashOf(Key const& key) { return spreadHash(std::hash<Key>()(key)); }
+  static constexpr uint32_t kEnd = UINT32_MAX;
+  static constexpr uint32_t kNoPosition = UINT32_MAX;
+  static constexpr size_t kNone = SIZE_MAX;
+  static constexpr uint32_t kMaxPlaces = uint32_t(1) << 31;
+  static constexpr unsigned kFirstChunkLog = 3;  // the first chunk holds 8 places, each next one twice the last
+  static constexpr unsigned kMinIndexLog = 3;
 
-  // The member with this key in the chain of hash h, or null.
-  Member* chainMember(size_t h, Key const& key) const {
-    if (!table_) return nullptr;
-    for (Member* m = table_[h & (buckets_ - 1)]; m; m = m->next_)
-      if (m->matches(h, key)) return m;
-    return nullptr;
+  // Where a member lives: its storage while live, the next freed place once
+  // erased.
+  struct Place {
+    alignas(Member) unsigned char storage[sizeof(Member)];
+    bool live;
+    Member* member() { return std::launder(reinterpret_cast<Member*>(storage)); }
+    uint32_t& nextFreed() { return *std::launder(reinterpret_cast<uint32_t*>(storage)); }
+  };
+  // A slot of the index: the place of a member, plus one (0: empty), and
+  // the low 32 bits of its key's hash.
+  struct Slot {
+    uint32_t position;
+    uint32_t hash;
+  };
+
+  static size_t hashOf(Key const& key) { return spreadHash(key.hash()); }
+
+  // Places are kept in chunks of 8, 8, 16, 32, ... so that they never move:
+  // chunk c holds the places from 8 * 2^(c-1) (0 for the first) on.
+  static size_t chunkOf(uint32_t position) { return std::bit_width(uint64_t(position) >> kFirstChunkLog); }
+  static size_t chunkStart(size_t chunk) { return chunk == 0 ? 0 : size_t(1) << (chunk + kFirstChunkLog - 1); }
+  static size_t chunkPlaces(size_t chunk) { return chunk == 0 ? size_t(1) << kFirstChunkLog : chunkStart(chunk); }
+  static size_t chunkCount(uint32_t used) { return used == 0 ? 0 : chunkOf(used - 1) + 1; }
+  Place& place(uint32_t position) const {
+    size_t chunk = chunkOf(position);
+    return chunks_[chunk][position - chunkStart(chunk)];
   }
 
-  Member* link(Member* m) {
-    if (!table_) table_ = std::make_unique<Member*[]>(buckets_);
-    if (size_ >= buckets_ && !bookmarks_) grow();
-    Member*& head = table_[m->hash() & (buckets_ - 1)];
-    m->next_ = head;
-    head = m;
+  size_t indexSize() const { return index_ ? size_t(1) << indexLog_ : 0; }
+
+  size_t findKey(size_t h, Key const& key) const {
+    return findSlot(h, [&key](Member const& m) { return m.key_ == key; });
+  }
+  Member* memberAt(size_t slot) const { return slot == kNone ? nullptr : place(index_[slot].position - 1).member(); }
+
+  // The index slot of the member with hash h that `matches`, or kNone.
+  template <class Matches>
+  size_t findSlot(size_t h, Matches&& matches) const {
+    if (!index_) return kNone;
+    size_t mask = indexSize() - 1;
+    for (size_t s = h & mask;; s = (s + 1) & mask) {
+      Slot const& slot = index_[s];
+      if (slot.position == 0) return kNone;
+      if (slot.hash == uint32_t(h) && matches(*place(slot.position - 1).member())) return s;
+    }
+  }
+
+  Member* add(size_t h, Key const& key, Value value) {
+    if ((size_ + 1) * 4 > indexSize() * 3) growIndex();
+    uint32_t position = takePlace();
+    Place& at = place(position);
+    at.live = false;
+    try {
+      new (at.storage) Member(key, std::move(value));
+    } catch (...) {
+      at.nextFreed() = freed_;
+      freed_ = position;
+      throw;
+    }
+    at.live = true;
     ++size_;
-    return m;
+    linkSlot(position, h);
+    return at.member();
   }
 
-  void grow() {
-    size_t newBuckets = buckets_ * 2;
-    auto newTable = std::make_unique<Member*[]>(newBuckets);
-    for (size_t i = 0; i < buckets_; ++i) {
-      for (Member* m = table_[i]; m;) {
-        Member* next = m->next_;
-        Member*& head = newTable[m->hash() & (newBuckets - 1)];
-        m->next_ = head;
-        head = m;
-        m = next;
+  uint32_t takePlace() {
+    if (freed_ != kNoPosition) {
+      uint32_t position = freed_;
+      freed_ = place(position).nextFreed();
+      return position;
+    }
+    // At most 2^31 places, so that the index needs at most 2^32 slots.
+    if (used_ == kMaxPlaces) throw std::length_error("a HashMap holds at most 2^31 members");
+    size_t chunk = chunkOf(used_);
+    if (used_ == chunkStart(chunk)) newChunk(chunk);
+    return used_++;
+  }
+
+  void newChunk(size_t chunk) {
+    if ((chunk & (chunk - 1)) == 0) {  // the chunk table is full at 1, 2, 4, ... chunks
+      auto grown = std::make_unique<Place*[]>(chunk ? 2 * chunk : 1);
+      for (size_t c = 0; c < chunk; ++c) grown[c] = chunks_[c];
+      chunks_ = std::move(grown);
+    }
+    chunks_[chunk] = static_cast<Place*>(::operator new(chunkPlaces(chunk) * sizeof(Place)));
+  }
+
+  void free(uint32_t position) {
+    Place& at = place(position);
+    at.member()->~Member();
+    at.live = false;
+    at.nextFreed() = freed_;
+    freed_ = position;
+    --size_;
+  }
+
+  void linkSlot(uint32_t position, size_t h) { placeSlot({position + 1, uint32_t(h)}); }
+  void placeSlot(Slot slot) {
+    size_t mask = indexSize() - 1;
+    size_t s = slot.hash & mask;
+    while (index_[s].position != 0) s = (s + 1) & mask;
+    index_[s] = slot;
+  }
+
+  // Empties a slot and moves later slots of its run back, so that every
+  // member stays reachable from its home slot without tombstones.
+  void removeSlot(size_t hole) {
+    size_t mask = indexSize() - 1;
+    for (size_t s = (hole + 1) & mask; index_[s].position != 0; s = (s + 1) & mask) {
+      size_t home = index_[s].hash & mask;
+      // The member at s may fill the hole when its home is not in (hole, s].
+      if (((s - home) & mask) >= ((s - hole) & mask)) {
+        index_[hole] = index_[s];
+        hole = s;
       }
     }
-    table_ = std::move(newTable);
-    buckets_ = newBuckets;
+    index_[hole] = {0, 0};
   }
 
-  // The first member in buckets from `bucket` on; sets `found` to its bucket.
-  Member* firstFrom(size_t bucket, size_t& found) const {
-    for (; table_ && bucket < buckets_; ++bucket)
-      if (table_[bucket]) {
-        found = bucket;
-        return table_[bucket];
-      }
-    found = buckets_;
-    return nullptr;
+  // Twice the slots; the slots move by the hash bits they keep (the index
+  // never has more than 2^32 slots, so those bits are enough).
+  void growIndex() {
+    size_t oldSize = indexSize();
+    unsigned log = index_ ? indexLog_ + 1 : kMinIndexLog;
+    std::unique_ptr<Slot[]> old = std::exchange(index_, std::make_unique<Slot[]>(size_t(1) << log));
+    indexLog_ = static_cast<uint8_t>(log);
+    for (size_t s = 0; s < oldSize; ++s)
+      if (old[s].position != 0) placeSlot(old[s]);
   }
 
-  void moveBookmarksOff(Member* m) {
+  // The first live place from `position` on, or kEnd.
+  uint32_t liveFrom(uint32_t position) const {
+    for (; position < used_; ++position)
+      if (place(position).live) return position;
+    return kEnd;
+  }
+
+  void moveBookmarksOff(uint32_t position) {
     for (Iterator* b = bookmarks_; b;) {
       Iterator* next = b->nextBookmark_;
-      if (b->member_ == m) b->advance();
+      if (b->position_ == position) b->advance();
       b = next;
     }
   }
 
-  std::unique_ptr<Member*[]> table_;
-  size_t buckets_;
-  size_t size_ = 0;
+  std::unique_ptr<Slot[]> index_;
+  std::unique_ptr<Place*[]> chunks_;
   Iterator* bookmarks_ = nullptr;
+  uint32_t size_ = 0;
+  uint32_t used_ = 0;             // places handed out so far, live or freed
+  uint32_t freed_ = kNoPosition;  // the last place freed, the first to take again
+  uint8_t indexLog_ = 0;
 };
 
 }  // namespace Zet

@@ -64,7 +64,7 @@ TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
 }
 
 TEST(HashMap, WalkSurvivesDeletingTheMemberItStandsOnAndOthers) {
-  HashMap<int> map(2);  // few buckets: long chains
+  HashMap<int> map;
   for (int i = 0; i < 100; ++i) map.insert(numbered("m", i), i);
 
   // Delete every member as it is visited, plus its successor-by-number.
@@ -150,7 +150,7 @@ TEST(HashMap, InsertMadeMakesOnlyWhatIsMissing) {
 }
 
 TEST(HashMap, GrowsOnlyWhenNoWalkIsInProgress) {
-  HashMap<int> map(1);
+  HashMap<int> map;
   map.insert("first", 1);
   {
     auto it = map.begin();
