@@ -29,23 +29,30 @@ void AgentEnvConfig::aggConfigIs(Ptr<AgentEnvConfig> const& aggregate) {
   notify<NotifieeConst>([](NotifieeConst& n) { n.onAggConfig(); });
 }
 
+HashMap<AgentEnvConfig*> const& AgentEnvConfig::nestedConfigs() const {
+  static HashMap<AgentEnvConfig*> const none;
+  return nestedConfig_ ? *nestedConfig_ : none;
+}
+
 void AgentEnvConfig::nestedConfigIs(AgentEnvConfig* config) {
   if (!config)
     throwRangeException("null _nestedConfig parameter to mutator for Zet::AgentEnvConfig::nestedConfig not allowed\"");
   Name const& key = config->name();
-  AgentEnvConfig*& slot = *nestedConfig_.insert(key, nullptr).first;
+  if (!nestedConfig_) nestedConfig_ = std::make_unique<HashMap<AgentEnvConfig*>>();
+  AgentEnvConfig*& slot = *nestedConfig_->insert(key, nullptr).first;
   if (slot == config) return;
   slot = config;
   notify<NotifieeConst>([&key](NotifieeConst& n) { n.onNestedConfig(key); });
 }
 
 void AgentEnvConfig::nestedConfigDel(Name const& name) {
-  if (!nestedConfig_.erase(name)) return;
+  if (!nestedConfig_ || !nestedConfig_->erase(name)) return;
   notify<NotifieeConst>([&name](NotifieeConst& n) { n.onNestedConfig(name); });
 }
 
 void AgentEnvConfig::nestedConfigDelAll() {
-  for (auto it = nestedConfig_.begin(); it;) nestedConfigDel(Name(it->key()));
+  if (!nestedConfig_) return;
+  for (auto it = nestedConfig_->begin(); it;) nestedConfigDel(Name(it->key()));
 }
 
 void AgentEnvConfig::removedFromOwner() {

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "Zet/Entity.h"
@@ -98,8 +99,8 @@ class AgentEnvConfig : public Entity {
   void aggConfigIs(Ptr<AgentEnvConfig> const& aggregate);
 
   // The configs nested in this one, keyed by name (not owned).
-  HashMap<AgentEnvConfig*> const& nestedConfigs() const { return nestedConfig_; }
-  AgentEnvConfig* nestedConfig(Name const& name) const { return nestedConfig_.value(name); }
+  HashMap<AgentEnvConfig*> const& nestedConfigs() const;
+  AgentEnvConfig* nestedConfig(Name const& name) const { return nestedConfig_ ? nestedConfig_->value(name) : nullptr; }
   // Null is RangeException. Notifies onNestedConfig(name) unless the entry
   // already holds this very config.
   void nestedConfigIs(AgentEnvConfig* config);
@@ -128,7 +129,7 @@ class AgentEnvConfig : public Entity {
   Name dependency_;
   double timeoutPeriod_ = 600.0;
   Ptr<AgentEnvConfig> aggConfig_;
-  HashMap<AgentEnvConfig*> nestedConfig_;
+  std::unique_ptr<HashMap<AgentEnvConfig*>> nestedConfig_;  // made for the first nested config: most have none
   UnmountType unmountType_ = statePreserving;
   String8 configFile_;
   uint64_t nextRound_ = 0;

@@ -60,9 +60,9 @@ class Dir : public Entity {
     void entityIs(Ptr<Entity> entity);
     void statusIs(Status status);
 
+    Status status_ = Status::notCurrent;  // first: it fills the word the notifier base leaves open
     Name name_;
     Ptr<Entity> entity_;
-    Status status_ = Status::notCurrent;
   };
 
   class NotifieeConst : public TypedNotifiee<Dir> {

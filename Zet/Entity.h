@@ -150,11 +150,12 @@ class Entity : public PtrInterface, public Notifier {
   friend class Dir;
   [[noreturn]] void refuseMirrorWrite() const;
 
-  Name name_;
-  Entity* parent_;
+  // The flags first: they fill the word the notifier base leaves open.
   bool isNondestructing_ = false;
   bool zeroReferences_ = false;
   bool mirror_ = false;
+  Name name_;
+  Entity* parent_;
 };
 
 // The base of T::NotifieeConst: binds to a T only, and reads it back as T.

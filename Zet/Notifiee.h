@@ -12,6 +12,7 @@
 // unregistering cost the same however many notifiees there are.
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 
 #include "Zet/String8.h"
@@ -130,7 +131,9 @@ class Notifier {
   mutable NotifieeBase* head_ = nullptr;
   mutable NotifieeBase* tail_ = nullptr;
   mutable Round* rounds_ = nullptr;  // innermost round in progress
-  mutable size_t count_ = 0;
+  // Four bytes, so that a derived class may keep small fields in the rest
+  // of the word.
+  mutable uint32_t count_ = 0;
 };
 
 }  // namespace Zet
