@@ -3,7 +3,9 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <mutex>
 #include <new>
+#include <utility>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define ZET_BLOCKS_FROM_GLOBAL_ALLOCATOR 1
@@ -28,26 +30,64 @@ struct FreeBlock {
   FreeBlock* next;
 };
 
-// The blocks of one size on one thread: those freed, then the untouched
-// rest of the slab being carved.
+// The blocks of one size: those freed, then the untouched rest of the slab
+// being carved.
 struct BlockSize {
   FreeBlock* freed = nullptr;
   char* rest = nullptr;
   char* end = nullptr;
 };
 
-// Trivially constructible, so a thread's lists cost no construction guard.
-thread_local BlockSize blockSizes[kSizes];
-// The rest of the region slabs are cut from on this thread, and the size of
-// the next region.
-thread_local char* regionRest = nullptr;
-thread_local char* regionEnd = nullptr;
-thread_local size_t nextRegionBytes = kFirstRegionBytes;
+// What one thread allocates from: its blocks of every size, and the rest of
+// the region its slabs are cut from. When the thread ends, the whole of it
+// waits for the next thread to start, so that threads that come and go
+// (a lookup of a host name, say) reuse memory instead of each leaving some.
+struct ThreadBlocks {
+  BlockSize sizes[kSizes];
+  char* regionRest = nullptr;
+  char* regionEnd = nullptr;
+  size_t nextRegionBytes = kFirstRegionBytes;
+  ThreadBlocks* nextIdle = nullptr;
+
+  void* carve(BlockSize& blocks, size_t blockBytes);
+  char* newSlab();
+  void newRegion();
+};
+
+std::mutex idleMutex;
+ThreadBlocks* idle = nullptr;  // those of threads that ended, guarded by idleMutex
+
+thread_local ThreadBlocks* mine = nullptr;
+
+// Hands the thread's blocks back when the thread ends.
+struct Handback {
+  ~Handback() {
+    if (!mine) return;
+    std::lock_guard<std::mutex> lock(idleMutex);
+    mine->nextIdle = idle;
+    idle = std::exchange(mine, nullptr);
+  }
+};
+thread_local Handback handback;
+
+// The thread's blocks, taken over from a thread that ended or made; null
+// only when memory for them runs out.
+[[maybe_unused]] ThreadBlocks* adopt() noexcept {
+  (void)&handback;  // the first use registers the hand-back at thread exit
+  {
+    std::lock_guard<std::mutex> lock(idleMutex);
+    if (idle) mine = std::exchange(idle, idle->nextIdle);
+  }
+  if (!mine) mine = new (std::nothrow) ThreadBlocks;
+  return mine;
+}
+
+[[maybe_unused]] ThreadBlocks* threadBlocks() noexcept { return mine ? mine : adopt(); }
 
 // A new region, its pages backed at once: one call to the system instead of
 // a page fault for each 4 KiB (the system may not support that; then the
 // pages are backed as they are touched).
-[[maybe_unused]] void newRegion() {
+void ThreadBlocks::newRegion() {
   size_t bytes = nextRegionBytes;
   void* region = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (region == MAP_FAILED) throw std::bad_alloc();
@@ -59,16 +99,14 @@ thread_local size_t nextRegionBytes = kFirstRegionBytes;
   nextRegionBytes = std::min(2 * bytes, kMaxRegionBytes);
 }
 
-[[maybe_unused]] char* newSlab() {
+char* ThreadBlocks::newSlab() {
   if (regionRest == regionEnd) newRegion();
   char* slab = regionRest;
   regionRest += kSlabBytes;
   return slab;
 }
 
-size_t sizeIndex(size_t size) { return size == 0 ? 0 : (size - 1) / kGrain; }
-
-[[maybe_unused]] void* carve(BlockSize& blocks, size_t blockBytes) {
+void* ThreadBlocks::carve(BlockSize& blocks, size_t blockBytes) {
   if (size_t(blocks.end - blocks.rest) < blockBytes) {
     blocks.rest = newSlab();
     blocks.end = blocks.rest + kSlabBytes - kSlabBytes % blockBytes;
@@ -77,6 +115,8 @@ size_t sizeIndex(size_t size) { return size == 0 ? 0 : (size - 1) / kGrain; }
   blocks.rest += blockBytes;
   return block;
 }
+
+[[maybe_unused]] size_t sizeIndex(size_t size) { return size == 0 ? 0 : (size - 1) / kGrain; }
 
 }  // namespace
 
@@ -89,19 +129,25 @@ void BlockPool::deallocate(void* block, size_t) noexcept { ::operator delete(blo
 
 void* BlockPool::allocate(size_t size) {
   if (size > kMaxBlock) return ::operator new(size);
+  ThreadBlocks* thread = threadBlocks();
+  if (!thread) throw std::bad_alloc();
   size_t index = sizeIndex(size);
-  BlockSize& blocks = blockSizes[index];
+  BlockSize& blocks = thread->sizes[index];
   if (FreeBlock* block = blocks.freed) {
     blocks.freed = block->next;
     return block;
   }
-  return carve(blocks, (index + 1) * kGrain);
+  return thread->carve(blocks, (index + 1) * kGrain);
 }
 
+// A block freed when its thread's blocks cannot be had (memory ran out) is
+// left unused.
 void BlockPool::deallocate(void* block, size_t size) noexcept {
   if (!block) return;
   if (size > kMaxBlock) return ::operator delete(block);
-  BlockSize& blocks = blockSizes[sizeIndex(size)];
+  ThreadBlocks* thread = threadBlocks();
+  if (!thread) return;
+  BlockSize& blocks = thread->sizes[sizeIndex(size)];
   blocks.freed = new (block) FreeBlock{blocks.freed};
 }
 

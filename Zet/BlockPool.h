@@ -1,6 +1,6 @@
 #pragma once
 // BlockPool: small blocks for the objects a process makes by the hundred
-// thousand (entities, reference-counted records, hash map members, strings).
+// thousand (entities and other reference-counted records, string buffers).
 //
 // Blocks of one size are carved one after another from 64 KiB slabs, so a
 // block carries no allocator header and lies beside the blocks made just
@@ -12,9 +12,10 @@
 // Blocks above kMaxBlock bytes come from the global allocator.
 //
 // Each thread keeps its own free lists, so no lock is taken; a block freed on
-// another thread than the one that made it serves that thread next. Under
-// AddressSanitizer every block comes from the global allocator, so that the
-// sanitizer still sees each object's bounds and lifetime.
+// another thread than the one that made it serves that thread next. What a
+// thread holds when it ends goes to the next thread that starts allocating.
+// Under AddressSanitizer every block comes from the global allocator, so that
+// the sanitizer still sees each object's bounds and lifetime.
 //
 // A class takes its objects from here by deriving from BlockAllocated (the
 // size given to operator delete is the object's own, as the destructor of
