@@ -33,7 +33,7 @@ AgentEnvMonitorDirSm::~AgentEnvMonitorDirSm() {
 }
 
 void AgentEnvMonitorDirSm::handleStatus() {
-  for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) monitor(it->key(), it->value());
+  for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) monitor(Name(it->key()), it->value());
 }
 
 void AgentEnvMonitorDirSm::handleStatus(Name const& name) { monitor(name, statusDir()->agentEnvStatus(name)); }
