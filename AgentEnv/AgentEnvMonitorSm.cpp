@@ -32,15 +32,9 @@ void AgentEnvMonitorSm::handleStatus() {
   if (!config_->configFile().isEmpty()) line.append(config_->configFile().view()).append(": ");
   line.append(status->name().view()).append(": ");
   switch (individual) {
-    case AgentEnvStatus::error:
-      line += "error: ";
-      break;
-    case AgentEnvStatus::unsupported:
-      line += "unsupported: ";
-      break;
-    case AgentEnvStatus::fail:
-      line += "fail: ";
-      break;
+    case AgentEnvStatus::error: line += "error: "; break;
+    case AgentEnvStatus::unsupported: line += "unsupported: "; break;
+    case AgentEnvStatus::fail: line += "fail: "; break;
     default:
       line.append(status->name().view()).append(": monitor received unknown status ");
       line.append(stringValue(individual).view()).append("\n");
