@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -125,6 +126,13 @@ void* ThreadBlocks::carve(BlockSize& blocks, size_t blockBytes) {
 void* BlockPool::allocate(size_t size) { return ::operator new(size); }
 void BlockPool::deallocate(void* block, size_t) noexcept { ::operator delete(block); }
 
+void* BlockPool::allocateArray(size_t bytes) {
+  void* array = std::calloc(1, bytes);
+  if (!array) throw std::bad_alloc();
+  return array;
+}
+void BlockPool::deallocateArray(void* array, size_t) noexcept { std::free(array); }
+
 #else
 
 void* BlockPool::allocate(size_t size) {
@@ -149,6 +157,29 @@ void BlockPool::deallocate(void* block, size_t size) noexcept {
   if (!thread) return;
   BlockSize& blocks = thread->sizes[sizeIndex(size)];
   blocks.freed = new (block) FreeBlock{blocks.freed};
+}
+
+// Huge pages are asked for the array alone: the blocks' regions stay on
+// small pages, for backing a region of huge pages at once costs more system
+// time than the translations it saves.
+void* BlockPool::allocateArray(size_t bytes) {
+  if (bytes < kLargeArrayBytes) {
+    void* array = std::calloc(1, bytes);
+    if (!array) throw std::bad_alloc();
+    return array;
+  }
+  void* array = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (array == MAP_FAILED) throw std::bad_alloc();
+#ifdef MADV_HUGEPAGE
+  ::madvise(array, bytes, MADV_HUGEPAGE);
+#endif
+  return array;
+}
+
+void BlockPool::deallocateArray(void* array, size_t bytes) noexcept {
+  if (!array) return;
+  if (bytes < kLargeArrayBytes) return std::free(array);
+  ::munmap(array, bytes);
 }
 
 #endif

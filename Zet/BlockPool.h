@@ -35,6 +35,17 @@ class BlockPool {
   static void* allocate(size_t size);
   // Gives back a block `allocate(size)` handed out, with the same size.
   static void deallocate(void* block, size_t size) noexcept;
+
+  // An array of `bytes` zero bytes, for the large arrays a process reads at
+  // random (the indexes and member storage of big hash maps). From
+  // kLargeArrayBytes on it is mapped on its own, on huge pages where the
+  // system grants them, so that a random read does not also miss the
+  // address translation cache, and it goes back to the system when freed.
+  // Throws std::bad_alloc when memory runs out.
+  static constexpr size_t kLargeArrayBytes = size_t(2) << 20;
+  static void* allocateArray(size_t bytes);
+  // Gives back an array `allocateArray(bytes)` handed out, with the same size.
+  static void deallocateArray(void* array, size_t bytes) noexcept;
 };
 
 class BlockAllocated {

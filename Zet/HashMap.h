@@ -25,6 +25,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "Zet/BlockPool.h"
 #include "Zet/String8.h"
 
 namespace Zet {
@@ -122,9 +123,10 @@ class HashMap {
     for (Iterator* b = bookmarks_; b; b = b->nextBookmark_) b->position_ = kEnd;
     for (uint32_t p = 0; p < used_; ++p)
       if (place(p).live) place(p).member()->~Member();
-    for (size_t c = 0; c < chunkCount(used_); ++c) ::operator delete(chunks_[c]);
+    for (size_t c = 0; c < chunkCount(used_); ++c)
+      BlockPool::deallocateArray(chunks_[c], chunkPlaces(c) * sizeof(Place));
     chunks_.reset();
-    index_.reset();
+    if (index_) BlockPool::deallocateArray(std::exchange(index_, nullptr), indexBytes(indexLog_));
     indexLog_ = 0;
     size_ = used_ = 0;
     freed_ = kNoPosition;
@@ -310,7 +312,7 @@ class HashMap {
       for (size_t c = 0; c < chunk; ++c) grown[c] = chunks_[c];
       chunks_ = std::move(grown);
     }
-    chunks_[chunk] = static_cast<Place*>(::operator new(chunkPlaces(chunk) * sizeof(Place)));
+    chunks_[chunk] = static_cast<Place*>(BlockPool::allocateArray(chunkPlaces(chunk) * sizeof(Place)));
   }
 
   void free(uint32_t position) {
@@ -349,12 +351,14 @@ class HashMap {
   // never has more than 2^32 slots, so those bits are enough).
   void growIndex() {
     size_t oldSize = indexSize();
-    unsigned log = index_ ? indexLog_ + 1 : kMinIndexLog;
-    std::unique_ptr<Slot[]> old = std::exchange(index_, std::make_unique<Slot[]>(size_t(1) << log));
+    unsigned oldLog = indexLog_, log = index_ ? indexLog_ + 1 : kMinIndexLog;
+    Slot* old = std::exchange(index_, static_cast<Slot*>(BlockPool::allocateArray(indexBytes(log))));
     indexLog_ = static_cast<uint8_t>(log);
     for (size_t s = 0; s < oldSize; ++s)
       if (old[s].position != 0) placeSlot(old[s]);
+    if (old) BlockPool::deallocateArray(old, indexBytes(oldLog));
   }
+  static size_t indexBytes(unsigned log) { return sizeof(Slot) << log; }
 
   // The first live place from `position` on, or kEnd.
   uint32_t liveFrom(uint32_t position) const {
@@ -371,7 +375,7 @@ class HashMap {
     }
   }
 
-  std::unique_ptr<Slot[]> index_;
+  Slot* index_ = nullptr;  // indexSize() slots, from BlockPool::allocateArray
   std::unique_ptr<Place*[]> chunks_;
   Iterator* bookmarks_ = nullptr;
   uint32_t size_ = 0;

@@ -1,5 +1,6 @@
 // Small blocks: sizes share nothing, freed blocks serve again, and threads
 // that come and go (as host-name lookups do) do not each leave memory behind.
+// Large arrays: zeroed, and handed back to the system.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -44,6 +45,28 @@ TEST(BlockPool, BlocksAreAlignedDistinctAndServeAgain) {
   void* again = BlockPool::allocate(384);
   EXPECT_EQ(again, blocks[100 * 8 + 99].first) << "the last block freed of a size is the next one handed out";
   BlockPool::deallocate(again, 384);
+#endif
+}
+
+// Arrays start zeroed on either side of the size from which they are mapped
+// on their own, and a large one goes back to the system when freed, so that
+// a hash map that grew and shrank does not keep its largest index.
+TEST(BlockPool, ArraysAreZeroedAndLargeOnesAreReturned) {
+  for (size_t bytes : {size_t(64), BlockPool::kLargeArrayBytes - 8, BlockPool::kLargeArrayBytes, size_t(16) << 20}) {
+    auto* array = static_cast<unsigned char*>(BlockPool::allocateArray(bytes));
+    EXPECT_TRUE(std::all_of(array, array + bytes, [](unsigned char c) { return c == 0; })) << bytes;
+    std::memset(array, 0xcd, bytes);
+    BlockPool::deallocateArray(array, bytes);
+  }
+#ifndef ZET_SANITIZED_BUILD
+  long before = residentKiB();
+  for (int i = 0; i < 8; ++i) {
+    size_t bytes = size_t(64) << 20;
+    void* array = BlockPool::allocateArray(bytes);
+    std::memset(array, 1, bytes);
+    BlockPool::deallocateArray(array, bytes);
+  }
+  EXPECT_LT(residentKiB() - before, 16 * 1024) << "freed arrays stayed resident";
 #endif
 }
 
