@@ -216,6 +216,7 @@ EntityUriPath AgentEnvSm::configTarget() const {
     below.push_back(at);
     at = at->aggConfig().ptr();
   }
+  if (below.empty()) return at->target();
   // The nested configs' paths are joined first and appended once: a chain of
   // a million members costs the length of its path, not its square.
   std::string suffix;
@@ -230,10 +231,7 @@ EntityUriPath AgentEnvSm::configTarget() const {
 }
 
 EntityUriPath AgentEnvSm::targetInEffect() const {
-  if (!targetDir_) return EntityUriPath();
-  EntityUriPath path(targetDir_->fullName());
-  path += EntityUriPath(targetName_);
-  return path;
+  return targetDir_ ? EntityUriPath(targetDir_->fullName(targetName_.view())) : EntityUriPath();
 }
 
 void AgentEnvSm::hasNotificationActiveIs(bool active) {

@@ -62,15 +62,17 @@ std::vector<String8> Entity::zetAuditErrors() const {
 
 // Walks up once to size the text, then writes the names from the end, so a
 // tree of any depth is named without recursion in one allocation.
-String8 Entity::fullName() const {
-  if (!parent_) return name_;
-  size_t size = 0;
+String8 Entity::fullName(std::string_view child) const {
+  if (!parent_ && child.empty()) return name_;
+  size_t size = child.empty() ? 0 : child.size() + 1;
   Entity const* top = this;
   for (; top->parent_; top = top->parent_) size += top->name_.size() + 1;
   bool rootIsSlash = top->name_.view() == "/";
   if (!rootIsSlash) size += top->name_.size();
   std::string path(size, '/');
-  size_t end = size;
+  size_t end = size - child.size();
+  path.replace(end, child.size(), child);
+  if (!child.empty()) --end;  // the separator, already '/'
   for (Entity const* at = this; at != top || !rootIsSlash; at = at->parent_) {
     std::string_view name = at->name_.view();
     end -= name.size();

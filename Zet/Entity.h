@@ -120,8 +120,9 @@ class Entity : public PtrInterface, public Notifier {
   // The labels of the audit rules that do not hold; empty when all do.
   std::vector<String8> zetAuditErrors() const;
 
-  // Names from the root down to this entity, '/'-separated.
-  String8 fullName() const;
+  // Names from the root down to this entity, '/'-separated; given `child`,
+  // the full name of a child of that name.
+  String8 fullName(std::string_view child = {}) const;
 
  protected:
   Entity(Name name, Entity* parent) : name_(std::move(name)), parent_(parent) {}

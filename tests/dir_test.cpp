@@ -48,6 +48,8 @@ TEST(Dir, AnAgentBuildsItsTreeByTypeNameAndWalksIt) {
   // Paths: absolute ones from the root whichever directory walks them.
   Ptr<Dir> deep = agentEnv->dirIs("a")->dirIs("b");
   EXPECT_EQ(deep->fullName(), "/AgentEnv/a/b");
+  EXPECT_EQ(deep->fullName("c"), "/AgentEnv/a/b/c");
+  EXPECT_EQ(globalDir()->fullName("c"), "/c");
   EXPECT_EQ(deep->entityRef("/AgentEnv/AgentEnvConfigDir"), config);
   EXPECT_EQ(globalDir()->entityRef("AgentEnv//AgentEnvConfigDir/"), config);
   EXPECT_EQ(deep->entityRef(EntityUriPath("/AgentEnv/AgentEnvConfigDir")), config);
@@ -96,6 +98,7 @@ TEST(Dir, AWalkerWaitsForAnEntryToBecomeCurrent) {
   EXPECT_EQ(arrived->parent(), root.ptr());  // adopted: it had no parent
   EXPECT_EQ(root->entityRef("/mnt/inside"), inside);
   EXPECT_EQ(inside->fullName(), "root/mnt/inside");
+  EXPECT_EQ(root->fullName("mnt"), "root/mnt");
   // A link up the tree is walked like any entry but never adopted: the
   // parent links stay a tree.
   arrived->entryIs("up", root);
