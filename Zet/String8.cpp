@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 #include <ostream>
+#include <stdexcept>
 
 #include "Zet/BlockPool.h"
 
@@ -71,10 +72,11 @@ uint64_t String8::emptyHash() noexcept {
 
 String8::String8(std::string_view text) {
   if (text.empty()) return;
+  if (text.size() > kMaxSize) throw std::length_error("a String8 holds at most 2^32 - 1 bytes");
   void* mem = BlockPool::allocate(repBytes(text.size()));
   rep_ = static_cast<Rep*>(mem);
-  new (&rep_->references) std::atomic<long>(1);
-  rep_->size = text.size();
+  new (&rep_->references) std::atomic<uint32_t>(1);
+  rep_->size = static_cast<uint32_t>(text.size());
   rep_->hash = hashOf(text);
   std::memcpy(rep_->data, text.data(), text.size());
   rep_->data[text.size()] = '\0';

@@ -2,7 +2,8 @@
 // String8: an immutable, reference-counted byte string.
 //
 // Copies share one buffer; the hash is computed once when the text is made, so
-// using a String8 as a key costs no rehashing. The buffer always ends in a NUL
+// using a String8 as a key costs no rehashing. A text holds at most
+// 2^32 - 1 bytes (std::length_error beyond). The buffer always ends in a NUL
 // byte, so charPtr() can be handed to C functions. Safe to copy across
 // threads (the count is atomic); a given String8 object is not.
 
@@ -59,12 +60,15 @@ class String8 {
   static uint64_t hashSeed() noexcept;
 
  private:
+  // 16 bytes before the text. A count of 32 bits cannot run over: 2^32
+  // handles of one text would take 32 GiB of them.
   struct Rep {
-    std::atomic<long> references;
+    std::atomic<uint32_t> references;
+    uint32_t size;
     uint64_t hash;
-    size_t size;
     char data[1];
   };
+  static constexpr size_t kMaxSize = UINT32_MAX;
   static constexpr size_t repBytes(size_t size) { return offsetof(Rep, data) + size + 1; }
   static uint64_t emptyHash() noexcept;
   void acquire() const noexcept {
