@@ -18,6 +18,7 @@
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -122,7 +123,7 @@ class HashMap {
   void clear() {
     for (Iterator* b = bookmarks_; b; b = b->nextBookmark_) b->position_ = kEnd;
     for (uint32_t p = 0; p < used_; ++p)
-      if (place(p).live) place(p).member()->~Member();
+      if (place(p).live()) place(p).member()->~Member();
     for (size_t c = 0; c < chunkCount(used_); ++c)
       BlockPool::deallocateArray(chunks_[c], chunkPlaces(c) * sizeof(Place));
     chunks_.reset();
@@ -213,7 +214,7 @@ class HashMap {
   bool isConsistent() const {
     size_t live = 0;
     for (uint32_t p = 0; p < used_; ++p) {
-      if (!place(p).live) continue;
+      if (!place(p).live()) continue;
       ++live;
       if (member(place(p).member()->key_) != place(p).member()) return false;
     }
@@ -229,12 +230,31 @@ class HashMap {
   static constexpr unsigned kMinIndexLog = 3;
 
   // Where a member lives: its storage while live, the next freed place once
-  // erased.
+  // erased. A live place starts with its key (a member has no base and no
+  // virtual function, so its first field lies at its start), that is with a
+  // buffer pointer, which is even; an erased one starts with kFreedMark, an
+  // odd word, followed by the next freed place. No flag beside the member:
+  // a place of a map of pointers takes 16 bytes, not 24.
+  static constexpr uintptr_t kFreedMark = 1;
+  static_assert(sizeof(Key) == sizeof(uintptr_t), "a key is one buffer pointer");
+  static_assert(sizeof(Member) >= sizeof(uintptr_t) + sizeof(uint32_t));
   struct Place {
     alignas(Member) unsigned char storage[sizeof(Member)];
-    bool live;
     Member* member() { return std::launder(reinterpret_cast<Member*>(storage)); }
-    uint32_t& nextFreed() { return *std::launder(reinterpret_cast<uint32_t*>(storage)); }
+    bool live() const {
+      uintptr_t first;
+      std::memcpy(&first, storage, sizeof first);
+      return first != kFreedMark;
+    }
+    void freedIs(uint32_t nextFreed) {
+      std::memcpy(storage, &kFreedMark, sizeof kFreedMark);
+      std::memcpy(storage + sizeof kFreedMark, &nextFreed, sizeof nextFreed);
+    }
+    uint32_t nextFreed() const {
+      uint32_t next;
+      std::memcpy(&next, storage + sizeof kFreedMark, sizeof next);
+      return next;
+    }
   };
   // A slot of the index: the place of a member, plus one (0: empty), and
   // the low 32 bits of its key's hash.
@@ -279,15 +299,13 @@ class HashMap {
     if ((size_ + 1) * 4 > indexSize() * 3) growIndex();
     uint32_t position = takePlace();
     Place& at = place(position);
-    at.live = false;
     try {
       new (at.storage) Member(key, std::move(value));
     } catch (...) {
-      at.nextFreed() = freed_;
+      at.freedIs(freed_);
       freed_ = position;
       throw;
     }
-    at.live = true;
     ++size_;
     linkSlot(position, h);
     return at.member();
@@ -318,8 +336,7 @@ class HashMap {
   void free(uint32_t position) {
     Place& at = place(position);
     at.member()->~Member();
-    at.live = false;
-    at.nextFreed() = freed_;
+    at.freedIs(freed_);
     freed_ = position;
     --size_;
   }
@@ -363,7 +380,7 @@ class HashMap {
   // The first live place from `position` on, or kEnd.
   uint32_t liveFrom(uint32_t position) const {
     for (; position < used_; ++position)
-      if (place(position).live) return position;
+      if (place(position).live()) return position;
     return kEnd;
   }
 
