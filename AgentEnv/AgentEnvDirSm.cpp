@@ -107,9 +107,14 @@ Name AgentEnvDirSm::missingPrerequisite(AgentEnvConfig const& config, HashMap<bo
 
 void AgentEnvDirSm::reconcile(Name const& name, Ptr<AgentEnvConfig> const& config) {
   if (!config) return remove(name);
+  // The three lookups below miss the cache in a large agent: their slots are
+  // asked for together.
+  Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
+  activities->activityConfigs().prefetch(name);
+  sms_.prefetch(name);
+  statusDir_->agentEnvStatuses().prefetch(name);
   Ptr<AgentEnvStatus> status = statusDir_->agentEnvStatusIs(name);
-  Ptr<ActivityConfig> activity =
-      ActivityFacility::activityManagerConfig()->activityConfigIs(name, kActivityPriorityHint);
+  Ptr<ActivityConfig> activity = activities->activityConfigIs(name, kActivityPriorityHint);
   Ptr<AgentEnvSm> sm = agentEnvSmIs(activity, config, status);
   if (sm->agentEnvConfig() != config) sm->agentEnvConfigIs(config);
   wakeDependents(name);

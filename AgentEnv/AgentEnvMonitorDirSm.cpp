@@ -39,6 +39,9 @@ void AgentEnvMonitorDirSm::handleStatus() {
 void AgentEnvMonitorDirSm::handleStatus(Name const& name) { monitor(name, statusDir()->agentEnvStatus(name)); }
 
 void AgentEnvMonitorDirSm::monitor(Name const& name, Ptr<AgentEnvStatus const> const& status) {
+  // Both lookups miss the cache in a large agent: their slots are asked for together.
+  monitors_.prefetch(name);
+  configDir_->agentEnvConfigs().prefetch(name);
   Ptr<AgentEnvConfig const> config = status ? configDir_->agentEnvConfig(name) : nullptr;
   if (!config) return statusSmDel(name);
   // The activity is looked up only for a monitor still to be made.

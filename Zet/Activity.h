@@ -54,6 +54,7 @@ class ActivityManagerConfig : public PtrInterface {
   // holders keep it; a later activityConfigIs makes a new one.
   Ptr<ActivityConfig> activityConfigDel(Name const& name);
   size_t activityConfigCount() const { return configs_.size(); }
+  HashMap<Ptr<ActivityConfig>> const& activityConfigs() const { return configs_; }
 
  protected:
   ~ActivityManagerConfig() override = default;
