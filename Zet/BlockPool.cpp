@@ -120,6 +120,13 @@ void* ThreadBlocks::carve(BlockSize& blocks, size_t blockBytes) {
   return block;
 }
 
+// An array of `bytes` zero bytes from the global allocator.
+void* zeroedFromHeap(size_t bytes) {
+  void* array = std::calloc(1, bytes);
+  if (!array) throw std::bad_alloc();
+  return array;
+}
+
 [[maybe_unused]] size_t sizeIndex(size_t size) { return size == 0 ? 0 : (size - 1) / kGrain; }
 
 }  // namespace
@@ -129,11 +136,7 @@ void* ThreadBlocks::carve(BlockSize& blocks, size_t blockBytes) {
 void* BlockPool::allocate(size_t size) { return ::operator new(size); }
 void BlockPool::deallocate(void* block, size_t) noexcept { ::operator delete(block); }
 
-void* BlockPool::allocateArray(size_t bytes) {
-  void* array = std::calloc(1, bytes);
-  if (!array) throw std::bad_alloc();
-  return array;
-}
+void* BlockPool::allocateArray(size_t bytes) { return zeroedFromHeap(bytes); }
 void BlockPool::deallocateArray(void* array, size_t) noexcept { std::free(array); }
 
 #else
@@ -166,11 +169,7 @@ void BlockPool::deallocate(void* block, size_t size) noexcept {
 // small pages, for backing a region of huge pages at once costs more system
 // time than the translations it saves.
 void* BlockPool::allocateArray(size_t bytes) {
-  if (bytes < kLargeArrayBytes) {
-    void* array = std::calloc(1, bytes);
-    if (!array) throw std::bad_alloc();
-    return array;
-  }
+  if (bytes < kLargeArrayBytes) return zeroedFromHeap(bytes);
   void* array = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (array == MAP_FAILED) throw std::bad_alloc();
 #ifdef MADV_HUGEPAGE
