@@ -30,10 +30,10 @@ class ActivityConfig : public PtrInterface {
  private:
   friend class ActivityManagerConfig;
   ActivityConfig(Name name, unsigned priorityHint, ActivityLoop* loop)
-      : name_(std::move(name)), priorityHint_(priorityHint), loop_(loop) {}
+      : priorityHint_(priorityHint), name_(std::move(name)), loop_(loop) {}
 
+  unsigned priorityHint_;  // as given at creation, see priorityHint(); first, beside the reference count
   Name name_;              // key in the manager
-  unsigned priorityHint_;  // as given at creation, see priorityHint()
   ActivityLoop* loop_;     // not owned
 };
 

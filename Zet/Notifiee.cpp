@@ -17,28 +17,43 @@ Notifier::~Notifier() {
   while (head_) notifieeRemove(head_);
 }
 
+thread_local Notifier::Round* Notifier::Round::innermost = nullptr;
+
+size_t Notifier::notifieeCount() const {
+  size_t count = 0;
+  for (NotifieeBase* n = head_; n; n = n->next_) ++count;
+  return count;
+}
+
 void Notifier::notifieeAdd(NotifieeBase* n) const {
   if (n->registeredWith_ == this) return;
   if (n->registeredWith_) n->registeredWith_->notifieeRemove(n);
   n->registeredWith_ = this;
-  n->prev_ = tail_;
   n->next_ = nullptr;
-  (tail_ ? tail_->next_ : head_) = n;
-  tail_ = n;
-  ++count_;
+  if (head_) {
+    n->prev_ = head_->prev_;
+    head_->prev_->next_ = n;
+  } else {
+    head_ = n;
+  }
+  head_->prev_ = n;
 }
 
 void Notifier::notifieeRemove(NotifieeBase* n) const {
   if (n->registeredWith_ != this) return;
-  for (Round* r = rounds_; r; r = r->outer) {
+  NotifieeBase* before = n == head_ ? nullptr : n->prev_;
+  for (Round* r = Round::innermost; r; r = r->outer) {
+    if (&r->notifier != this) continue;
     if (r->next == n) r->next = n == r->last ? nullptr : n->next_;
-    if (r->last == n) r->last = n->prev_;
+    if (r->last == n) r->last = before;
   }
-  (n->prev_ ? n->prev_->next_ : head_) = n->next_;
-  (n->next_ ? n->next_->prev_ : tail_) = n->prev_;
+  if (n->next_)
+    n->next_->prev_ = n->prev_;
+  else if (before)
+    head_->prev_ = before;
+  (before ? before->next_ : head_) = n->next_;
   n->prev_ = n->next_ = nullptr;
   n->registeredWith_ = nullptr;
-  --count_;
 }
 
 void Notifier::deliverException(NotifieeBase* n, std::exception const& e) noexcept {

@@ -50,7 +50,7 @@ class NotifieeBase {
  private:
   friend class Notifier;
   Notifier const* registeredWith_ = nullptr;  // the notifier whose list holds this one
-  NotifieeBase* prev_ = nullptr;              // links of that list
+  NotifieeBase* prev_ = nullptr;              // links of that list; the first one's prev_ is the last one
   NotifieeBase* next_ = nullptr;
   bool notificationActive_ = true;
   bool catchAll_ = false;
@@ -62,7 +62,8 @@ class Notifier {
   Notifier(Notifier const&) = delete;
   Notifier& operator=(Notifier const&) = delete;
 
-  size_t notifieeCount() const { return count_; }
+  // Walks the list: for tests and audits.
+  size_t notifieeCount() const;
 
   // Appends a notifiee (after taking it off any other notifier); registering
   // it again, or removing an absent one, is a no-op.
@@ -99,19 +100,22 @@ class Notifier {
  private:
   // A round in progress: the next notifiee to call and the last one that
   // was registered when the round began. Rounds nest (a handler may cause
-  // another round); removals move the cursors of every round in progress.
+  // another round, of this notifier or another); removals move the cursors
+  // of every round of their notifier in progress. The rounds in progress
+  // are kept per thread, not per notifier: few are in progress at any time,
+  // and every entity would otherwise carry a word for them.
   //
-  // Each round takes itself off the notifier's list in its destructor, which
+  // Each round takes itself off the thread's list in its destructor, which
   // the compiler's dangling-pointer analysis cannot see through.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
   struct Round {
-    explicit Round(Notifier const& n) : notifier(n), next(n.head_), last(n.tail_), outer(n.rounds_) {
-      n.rounds_ = this;
+    explicit Round(Notifier const& n) : notifier(n), next(n.head_), last(n.tail()), outer(innermost) {
+      innermost = this;
     }
-    ~Round() { notifier.rounds_ = outer; }
+    ~Round() { innermost = outer; }
     NotifieeBase* take() {
       NotifieeBase* n = next;
       if (n) next = n == last ? nullptr : n->next_;
@@ -121,6 +125,8 @@ class Notifier {
     NotifieeBase* next;
     NotifieeBase* last;
     Round* outer;
+    // The thread's innermost round in progress, of any notifier.
+    [[gnu::tls_model("initial-exec")]] static thread_local Round* innermost;
   };
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
@@ -128,12 +134,11 @@ class Notifier {
   static void deliverException(NotifieeBase* n, std::exception const& e) noexcept;
   static void deliverUnknownException(NotifieeBase* n) noexcept;
 
+  NotifieeBase* tail() const { return head_ ? head_->prev_ : nullptr; }
+
+  // The first registered notifiee, whose prev_ is the last one: one word
+  // holds the list, for every entity has one.
   mutable NotifieeBase* head_ = nullptr;
-  mutable NotifieeBase* tail_ = nullptr;
-  mutable Round* rounds_ = nullptr;  // innermost round in progress
-  // Four bytes, so that a derived class may keep small fields in the rest
-  // of the word.
-  mutable uint32_t count_ = 0;
 };
 
 }  // namespace Zet

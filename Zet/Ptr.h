@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -34,7 +35,9 @@ class PtrInterface : public BlockAllocated {
   virtual void onZeroReferences() const { delete this; }
 
  private:
-  mutable std::atomic<long> references_{0};
+  // Four bytes: a derived class may keep a small field in the rest of the
+  // word (more than 2^32 references would take 32 GiB of pointers).
+  mutable std::atomic<uint32_t> references_{0};
 };
 
 // An owning pointer to a PtrInterface-derived object. Ptr<T const> is the

@@ -122,6 +122,32 @@ TEST_F(Notification, TheLastOfARoundLeavingAndComingBackIsNotCalledTwice) {
   EXPECT_EQ(status->notifieeCount(), 2u);
 }
 
+TEST_F(Notification, NestedRoundsOfAnotherNotifierKeepEachListWhole) {
+  Ptr<AgentEnvStatus> other = dir->agentEnvStatusIs("e2");
+  Watcher a("a"), b("b"), c("c"), x("x"), y("y");
+  for (Watcher* w : {&a, &b, &c}) w->notifierIs(status);
+  for (Watcher* w : {&x, &y}) w->notifierIs(other);
+  // Inside status's round, a round of `other` takes the first and the next
+  // of status's notifiees off, and the last of its own round.
+  a.action = [&] { other->statusCodeIs(AgentEnvStatus::badPath); };
+  x.action = [&] {
+    a.notifierIs(nullptr);
+    b.notifierIs(nullptr);
+    y.notifierIs(nullptr);
+  };
+  change();
+  EXPECT_EQ(calls, (std::vector<std::string>{"a", "x", "c"}));
+  EXPECT_EQ(status->notifieeCount(), 1u);
+  EXPECT_EQ(other->notifieeCount(), 1u);
+
+  calls.clear();
+  a.action = nullptr;
+  a.notifierIs(status);
+  b.notifierIs(status);
+  change();
+  EXPECT_EQ(calls, (std::vector<std::string>{"c", "a", "b"}));
+}
+
 TEST_F(Notification, SwitchedOffNotifieesHearNothingAndBindingMoves) {
   Watcher a("a");
   a.notifierIs(status);
