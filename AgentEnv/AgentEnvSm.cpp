@@ -22,10 +22,6 @@ constexpr int kRegistrationCheck = 265;
 
 }  // namespace
 
-struct AgentEnvSm::StatusSets {
-  std::array<StatusSet, 6> sets;
-};
-
 AgentEnvSm::AgentEnvSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config, Ptr<AgentEnvStatus> status,
                        AgentEnvDirSm* dirSm)
     : Entity(config ? config->name() : Name(), nullptr), Reactor(std::move(activity)), dirSm_(dirSm) {
@@ -47,11 +43,7 @@ AgentEnvSm::~AgentEnvSm() { doShutdown(); }
 
 void AgentEnvSm::doShutdown() {
   deactivate();
-  aggAgentSmReactor_.reset();
-  dependencyReactor_.reset();
-  dirEntryReactor_.reset();
-  mounting_.reset();
-  exporting_.reset();
+  if (extras_) extras_->stopWatching();
   statusReactor_.notifierIs(nullptr);
   configReactor_.notifierIs(nullptr);
 }
@@ -97,6 +89,11 @@ void AgentEnvSm::agentEnvConfigIs(Ptr<AgentEnvConfig const> config) {
   runConfigHandlers();
 }
 
+AgentEnvSm::Extras& AgentEnvSm::extras() {
+  if (!extras_) extras_ = std::make_unique<Extras>();
+  return *extras_;
+}
+
 void AgentEnvSm::registrationCheck() {
   bool registered = notificationActive_ && !isZombie();
   configReactor_.notifierIs(registered ? config_ : nullptr);
@@ -109,33 +106,67 @@ void AgentEnvSm::statusIs(Ptr<AgentEnvStatus> status) {
 
 void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
   activityConfigIs(activity);
+  if (!extras_) return;
   for (Reactor* r : std::initializer_list<Reactor*>{mountStatusReactor(), prefixMountStatusReactor(),
-                                                   dirEntryReactor_.get(), dependencyReactor_.get(),
-                                                   aggAgentSmReactor_.get(), endpointReactor()})
+                                                   extras_->dirEntryReactor.get(), extras_->dependencyReactor.get(),
+                                                   extras_->aggAgentSmReactor.get(), endpointReactor()})
     if (r) r->activityConfigIs(activity);
 }
 
 Ptr<AgentEnvStatus const> AgentEnvSm::dependency() const {
-  return dependencyReactor_ ? dependencyReactor_->notifier() : nullptr;
+  return extras_ && extras_->dependencyReactor ? extras_->dependencyReactor->notifier() : nullptr;
 }
 
 void AgentEnvSm::dependencyIs(Ptr<AgentEnvStatus const> status) {
-  if (watch(dependencyReactor_, status, *this) && status) handleDependencyStatus();
+  if ((status || extras_) && watch(extras().dependencyReactor, status, *this) && status) handleDependencyStatus();
 }
 
 Ptr<AgentEnvSm const> AgentEnvSm::aggAgentSm() const {
-  return aggAgentSmReactor_ ? aggAgentSmReactor_->notifier() : nullptr;
+  return extras_ && extras_->aggAgentSmReactor ? extras_->aggAgentSmReactor->notifier() : nullptr;
 }
 
 void AgentEnvSm::aggAgentSmIs(Ptr<AgentEnvSm const> sm) {
   if (sm == this) sm = nullptr;  // a config that is its own aggregate follows nobody
   // The first number is taken over from the loop, like every later one.
-  if (watch(aggAgentSmReactor_, sm, *this) && sm) aggAgentSmReactor_->notificationDefer(0);
+  if ((sm || extras_) && watch(extras().aggAgentSmReactor, sm, *this) && sm)
+    extras_->aggAgentSmReactor->notificationDefer(0);
 }
 
-Ptr<Dir::Entry const> AgentEnvSm::dirEntry() const { return dirEntryReactor_ ? dirEntryReactor_->notifier() : nullptr; }
+Ptr<Dir::Entry const> AgentEnvSm::dirEntry() const {
+  return extras_ && extras_->dirEntryReactor ? extras_->dirEntryReactor->notifier() : nullptr;
+}
 
-void AgentEnvSm::dirEntryIs(Ptr<Dir::Entry const> entry) { watch(dirEntryReactor_, entry, *this); }
+void AgentEnvSm::dirEntryIs(Ptr<Dir::Entry const> entry) {
+  if (entry || extras_) watch(extras().dirEntryReactor, entry, *this);
+}
+
+Name const& AgentEnvSm::sourceName() const {
+  static Name const none;
+  return extras_ ? extras_->sourceName : none;
+}
+
+void AgentEnvSm::sourceNameIs(Name const& n) {
+  if (!n.isEmpty() || extras_) extras().sourceName = n;
+}
+
+EntityUri const& AgentEnvSm::sourcePre0() const {
+  static EntityUri const none;
+  return extras_ ? extras_->sourcePre0 : none;
+}
+
+EntityUri const& AgentEnvSm::sourcePre1() const {
+  static EntityUri const none;
+  return extras_ ? extras_->sourcePre1 : none;
+}
+
+// An entry that has only ever had empty sources makes no extras for them.
+void AgentEnvSm::sourcePre0Is(EntityUri const& source) {
+  if (!(source == EntityUri()) || extras_) extras().sourcePre0 = source;
+}
+
+void AgentEnvSm::sourcePre1Is(EntityUri const& source) {
+  if (!(source == EntityUri()) || extras_) extras().sourcePre1 = source;
+}
 
 void AgentEnvSm::versionNumIs(uint32_t n) { attributeIs(versionNum_, n, &NotifieeConst::onVersionNum); }
 
@@ -156,7 +187,7 @@ void AgentEnvSm::handleParentVersionNumber() {
 // added, so that entries without nested configs carry one null pointer.
 AgentEnvSm::StatusSet const& AgentEnvSm::statusSet(AgentEnvStatus::Status s) const {
   static StatusSet const empty;
-  return statusSets_ && s <= AgentEnvStatus::unsupported ? statusSets_->sets[s] : empty;
+  return extras_ && extras_->statusSets && s <= AgentEnvStatus::unsupported ? extras_->statusSets->sets[s] : empty;
 }
 
 Ptr<AgentEnvStatus const> AgentEnvSm::statusSetMember(AgentEnvStatus::Status s, Name const& name) const {
@@ -170,16 +201,17 @@ void AgentEnvSm::statusSetMemberIs(AgentEnvStatus::Status s, Ptr<AgentEnvStatus 
     throwRangeException(format("null _%s parameter to mutator for Zet::AgentEnvSm::%s not allowed\"", set.charPtr(),
                                set.charPtr()));
   }
-  if (!statusSets_) statusSets_ = std::make_unique<StatusSets>();
-  statusSets_->sets[s].assign(status->name(), status);
+  std::unique_ptr<StatusSets>& sets = extras().statusSets;
+  if (!sets) sets = std::make_unique<StatusSets>();
+  sets->sets[s].assign(status->name(), status);
 }
 
 void AgentEnvSm::statusSetMemberDel(AgentEnvStatus::Status s, Name const& name) {
-  if (statusSets_ && s <= AgentEnvStatus::unsupported) statusSets_->sets[s].erase(name);
+  if (s <= AgentEnvStatus::unsupported && !statusSet(s).empty()) extras_->statusSets->sets[s].erase(name);
 }
 
 void AgentEnvSm::statusSetDelAll(AgentEnvStatus::Status s) {
-  if (statusSets_ && s <= AgentEnvStatus::unsupported) statusSets_->sets[s].clear();
+  if (s <= AgentEnvStatus::unsupported && !statusSet(s).empty()) extras_->statusSets->sets[s].clear();
 }
 
 Ptr<AgentEnvConfig const> AgentEnvSm::rootConfig() const {
@@ -237,9 +269,12 @@ EntityUriPath AgentEnvSm::targetInEffect() const {
 void AgentEnvSm::hasNotificationActiveIs(bool active) {
   if (active == notificationActive_) return;
   notificationActive_ = active;
+  configReactor_.hasNotificationActiveIs(active);
+  statusReactor_.hasNotificationActiveIs(active);
+  if (!extras_) return;
   for (NotifieeBase* n : std::initializer_list<NotifieeBase*>{
-           &configReactor_, &statusReactor_, mountStatusReactor(), prefixMountStatusReactor(),
-           dirEntryReactor_.get(), dependencyReactor_.get(), aggAgentSmReactor_.get(), endpointReactor()})
+           mountStatusReactor(), prefixMountStatusReactor(), extras_->dirEntryReactor.get(),
+           extras_->dependencyReactor.get(), extras_->aggAgentSmReactor.get(), endpointReactor()})
     if (n) n->hasNotificationActiveIs(active);
 }
 
@@ -275,10 +310,10 @@ void AgentEnvSm::onNotification(int code) {
 void AgentEnvSm::onZombie(bool zombie) {
   registrationCheck();
   statusReactor_.zombie = zombie;
+  if (!extras_) return;
   for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor(), mountStatusReactor(),
-                                                   dirEntryReactor_.get(),
-                                                   dependencyReactor_.get(), aggAgentSmReactor_.get(),
-                                                   endpointReactor()})
+                                                   extras_->dirEntryReactor.get(), extras_->dependencyReactor.get(),
+                                                   extras_->aggAgentSmReactor.get(), endpointReactor()})
     if (r) r->zetDoZombieReactors(zombie);
 }
 

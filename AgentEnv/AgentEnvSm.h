@@ -103,14 +103,14 @@ class AgentEnvSm : public Entity, public Reactor {
   void modeIs(Mode m) { attributeIs(mode_, m, &NotifieeConst::onMode); }
   Consistency consistency() const { return consistency_; }
   void consistencyIs(Consistency c) { attributeIs(consistency_, c, &NotifieeConst::onConsistency); }
-  Name const& sourceName() const { return sourceName_; }
-  void sourceNameIs(Name const& n) { sourceName_ = n; }
+  Name const& sourceName() const;
+  void sourceNameIs(Name const& n);
   Name const& targetName() const { return targetName_; }
   void targetNameIs(Name const& n) { targetName_ = n; }
   Ptr<Dir> const& targetDir() const { return targetDir_; }
   void targetDirIs(Ptr<Dir> d) { targetDir_ = std::move(d); }
-  EntityUri const& sourcePre0() const { return sourcePre0_; }
-  EntityUri const& sourcePre1() const { return sourcePre1_; }
+  EntityUri const& sourcePre0() const;
+  EntityUri const& sourcePre1() const;
 
   // The six status sets, used on an aggregate's state machine: each nested
   // config's status stands in the one matching its individual status.
@@ -276,18 +276,26 @@ class AgentEnvSm : public Entity, public Reactor {
   class MountStatusReactor;
   struct StatusSets;
   // The framework's side of a mount: the mount configurations and the
-  // reactors on their statuses. Most entries never mount, so these live
-  // apart, made on first use.
+  // reactors on their statuses.
   struct Mounting;
   Mounting& mounting();
+  Mounting* mountingIf() const;
   struct Exporting;
   class EndpointReactor;
   Exporting& exporting();
+  // What only some entries need, made on first use, so that an entry that
+  // instantiates without depending on another carries one null pointer:
+  // the reactors on other entries, the mount and export parts, the status
+  // sets of an aggregate, the sources in effect and the chain memo.
+  struct Extras;
+  Extras& extras();
   EndpointReactor* endpointReactor() const;
   bool doReportExportFailure(ListenException const& e);
   MountStatusReactor* mountStatusReactor() const;
   MountStatusReactor* prefixMountStatusReactor() const;
 
+  void sourcePre0Is(EntityUri const& source);
+  void sourcePre1Is(EntityUri const& source);
   void runConfigHandlers();
   void registrationCheck();
   // A config reaction: the handler, then, for attributes that say where or
@@ -334,22 +342,9 @@ class AgentEnvSm : public Entity, public Reactor {
   AgentEnvDirSm* dirSm_;
   ConfigReactor configReactor_{*this};
   ZetStatus statusReactor_{*this};
-  std::unique_ptr<DirEntryReactor> dirEntryReactor_;
-  std::unique_ptr<ZetDependency> dependencyReactor_;
-  std::unique_ptr<ZetAggAgentSm> aggAgentSmReactor_;
-  std::unique_ptr<Mounting> mounting_;      // made when a mount needs it
-  std::unique_ptr<Exporting> exporting_;    // made by the first export attempt
-  std::unique_ptr<StatusSets> statusSets_;  // made on first use: only aggregates need them
-  Name sourceName_;
+  std::unique_ptr<Extras> extras_;
   Name targetName_;
   Ptr<Dir> targetDir_;
-  EntityUri sourcePre0_;
-  EntityUri sourcePre1_;
-  // The dependency-chain memo of doCircularDependencyCheck: the chain from
-  // this entry ended at the config chainTerminal_ under this generation of
-  // the owner's dependency graph (0: nothing known).
-  Name chainTerminal_;
-  uint32_t chainGeneration_ = 0;
   uint32_t versionNum_ = 0;
   Mode mode_ = init;
   Consistency consistency_ = consistent;

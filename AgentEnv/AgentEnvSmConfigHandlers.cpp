@@ -27,8 +27,8 @@ void AgentEnvSm::handleConfigSource0() {
   SM_TRACE(2) << ": Got source0 " << inQuotes(source0);
   handleConsistencyCheck();
   if (consistency_ == inconsistent) return;
-  if (!(source0 == sourcePre0_)) versionNumInc(1);
-  sourcePre0_ = source0;
+  if (!(source0 == sourcePre0())) versionNumInc(1);
+  sourcePre0Is(source0);
   if (isMountSource(source0) && !source0.isValid()) {
     doRefuseInvalidSource0();
     return;
@@ -36,8 +36,8 @@ void AgentEnvSm::handleConfigSource0() {
   doActionIfReady();
   if (!prefixMountConfig()) return;
   EntityUri name = sourceNameUri();
-  SM_TRACE(2) << ": Calling sourcePre0Is(" << inQuotes(sourcePre0_) << ") on prefixMountConfig";
-  prefixMountConfig()->sourcePre0Is(sourcePre0_);
+  SM_TRACE(2) << ": Calling sourcePre0Is(" << inQuotes(sourcePre0()) << ") on prefixMountConfig";
+  prefixMountConfig()->sourcePre0Is(sourcePre0());
   SM_TRACE(2) << ": Calling sourceNameIs(" << inQuotes(name) << ") on prefixMountConfig";
   prefixMountConfig()->sourceNameIs(name);
   doActionIfReady();
@@ -53,10 +53,10 @@ void AgentEnvSm::handleConfigSource1() {
     outcomeIs(AgentEnvStatus::invalidUri, AgentEnvStatus::error);
     return;
   }
-  sourcePre1_ = source1;
+  sourcePre1Is(source1);
   if (!prefixMountConfig()) return;
-  SM_TRACE(2) << ": Calling sourcePre1Is(" << inQuotes(sourcePre1_) << ") on prefixMountConfig";
-  prefixMountConfig()->sourcePre1Is(sourcePre1_);
+  SM_TRACE(2) << ": Calling sourcePre1Is(" << inQuotes(sourcePre1()) << ") on prefixMountConfig";
+  prefixMountConfig()->sourcePre1Is(sourcePre1());
 }
 
 void AgentEnvSm::handleConfigTarget() {
@@ -160,7 +160,7 @@ void AgentEnvSm::handleConsistencyCheck() {
     return;
   }
   EntityUriPath target = configTarget(), inEffect = targetInEffect();
-  auto refused = consistencyRefusal({mode_, *config_, rootConfig()->source0(), sourcePre0_, target, inEffect});
+  auto refused = consistencyRefusal({mode_, *config_, rootConfig()->source0(), sourcePre0(), target, inEffect});
   if (refused) return doRefuseChange(refused->code, [&] { SM_TRACE(0) << refused->trace; });
   consistencyIs(consistent);
 }

@@ -3,6 +3,7 @@
 
 #include "AgentEnv/AgentEnvDirSm.h"
 #include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvSmReactors.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
 
 namespace Zet {
@@ -127,7 +128,7 @@ void AgentEnvSm::doCircularDependencyCheck() {
     }
     AgentEnvSm* sm = dirSm_->agentEnvSm(current).ptr();
     if (sm && sm->chainMemoHolds()) {
-      last = sm->chainTerminal_;
+      last = sm->extras_->chainTerminal;
       ended = true;
       break;
     }
@@ -145,15 +146,16 @@ void AgentEnvSm::doCircularDependencyCheck() {
 // The chain still ends where it ended: its last config is gone, has no
 // dependency, or depends on a name without config.
 bool AgentEnvSm::chainMemoHolds() const {
-  if (chainGeneration_ != dirSm_->dependencyGeneration()) return false;
+  if (!extras_ || extras_->chainGeneration != dirSm_->dependencyGeneration()) return false;
   AgentEnvConfigDir const& configs = *dirSm_->agentEnvConfigDir();
-  Ptr<AgentEnvConfig> last = configs.agentEnvConfig(chainTerminal_);
+  Ptr<AgentEnvConfig> last = configs.agentEnvConfig(extras_->chainTerminal);
   return !last || last->dependency().isEmpty() || !configs.agentEnvConfig(last->dependency());
 }
 
 void AgentEnvSm::chainMemoIs(Name const& terminal) {
-  chainGeneration_ = dirSm_->dependencyGeneration();
-  chainTerminal_ = terminal;
+  Extras& memo = extras();
+  memo.chainGeneration = dirSm_->dependencyGeneration();
+  memo.chainTerminal = terminal;
 }
 
 }  // namespace Zet

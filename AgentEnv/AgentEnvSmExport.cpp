@@ -18,12 +18,13 @@
 namespace Zet {
 
 AgentEnvSm::Exporting& AgentEnvSm::exporting() {
-  if (!exporting_) exporting_ = std::make_unique<Exporting>();
-  return *exporting_;
+  std::unique_ptr<Exporting>& exporting = extras().exporting;
+  if (!exporting) exporting = std::make_unique<Exporting>();
+  return *exporting;
 }
 
 AgentEnvSm::EndpointReactor* AgentEnvSm::endpointReactor() const {
-  return exporting_ ? exporting_->endpoint.get() : nullptr;
+  return extras_ && extras_->exporting ? extras_->exporting->endpoint.get() : nullptr;
 }
 
 bool AgentEnvSm::doExportAttemptOrReport() {
@@ -47,9 +48,9 @@ bool AgentEnvSm::doExportAttemptOrReport() {
 }
 
 void AgentEnvSm::handleExportEndpoint() {
-  if (!exporting_ || !exporting_->endpoint || consistency_ == inconsistent || mode_ != exp || !status_) return;
+  if (!endpointReactor() || consistency_ == inconsistent || mode_ != exp || !status_) return;
   auto connections = NboAttrLog::connectionDir();
-  Exporting& e = *exporting_;
+  Exporting& e = exporting();
   ExportEndpoint const& ours = e.listening;
   ExportEndpoint now = ours.isPort() ? ExportEndpoint{connections->listenPort(), {}}
                                      : ExportEndpoint{0, connections->listenDomainSock()};
@@ -70,7 +71,7 @@ bool AgentEnvSm::doReportExportFailure(ListenException const& e) {
   Exporting& exporting = this->exporting();
   if (exporting.timer) return false;
   exporting.timer = ActivityFacility::loop().timerIs(exporting.delay, [this] {
-    exporting_->timer = 0;
+    this->exporting().timer = 0;
     if (notificationActive_ && mode_ == exp) doActionIfReady();
   });
   exporting.delay = std::min(exporting.delay * 2, Exporting::kMaxDelay);

@@ -57,8 +57,8 @@ bool AgentEnvSm::doMountingAttempt() {
   Ptr<MountConfig> mc = configs->mountConfig(name());
   if (!mc) mc = configs->mountConfigIs(name(), config_->source0(), config_->source1());
   mounting().config = mc;
-  mc->sourcePre0Is(sourcePre0_);
-  mc->sourcePre1Is(sourcePre1_);
+  mc->sourcePre0Is(sourcePre0());
+  mc->sourcePre1Is(sourcePre1());
   mc->sourceNameIs(mcSourceName());
   mc->targetNameIs(target);
   mc->nextRoundIs(config_->nextRound());
@@ -142,13 +142,13 @@ void AgentEnvSm::maybeDeleteMountConfig() {
   if (mountConfig()) {
     SM_TRACE(2) << ": Deleting mountConfig";
     MountFacility::mountConfigDir()->mountConfigDel(name());
-    mounting_->config = nullptr;
+    mountingIf()->config = nullptr;
     mountStatusIs(nullptr);
   }
   if (prefixMountConfig()) {
     SM_TRACE(2) << ": Deleting prefixMountConfig";
     MountFacility::mountConfigDir()->mountConfigDel(prefixMountConfig()->name());
-    mounting_->prefixConfig = nullptr;
+    mountingIf()->prefixConfig = nullptr;
     prefixMountStatusIs(nullptr);
   }
 }
@@ -156,46 +156,49 @@ void AgentEnvSm::maybeDeleteMountConfig() {
 // ---- The mount configurations, their status reactors and rounds ----------
 
 AgentEnvSm::Mounting& AgentEnvSm::mounting() {
-  if (!mounting_) mounting_ = std::make_unique<Mounting>();
-  return *mounting_;
+  std::unique_ptr<Mounting>& mounting = extras().mounting;
+  if (!mounting) mounting = std::make_unique<Mounting>();
+  return *mounting;
 }
+
+AgentEnvSm::Mounting* AgentEnvSm::mountingIf() const { return extras_ ? extras_->mounting.get() : nullptr; }
 
 Ptr<MountConfig> const& AgentEnvSm::mountConfig() const {
   static Ptr<MountConfig> const none;
-  return mounting_ ? mounting_->config : none;
+  return mountingIf() ? mountingIf()->config : none;
 }
 
 Ptr<MountConfig> const& AgentEnvSm::prefixMountConfig() const {
   static Ptr<MountConfig> const none;
-  return mounting_ ? mounting_->prefixConfig : none;
+  return mountingIf() ? mountingIf()->prefixConfig : none;
 }
 
 AgentEnvSm::MountStatusReactor* AgentEnvSm::mountStatusReactor() const {
-  return mounting_ ? mounting_->statusReactor.get() : nullptr;
+  return mountingIf() ? mountingIf()->statusReactor.get() : nullptr;
 }
 
 AgentEnvSm::MountStatusReactor* AgentEnvSm::prefixMountStatusReactor() const {
-  return mounting_ ? mounting_->prefixStatusReactor.get() : nullptr;
+  return mountingIf() ? mountingIf()->prefixStatusReactor.get() : nullptr;
 }
 
 Ptr<MountStatus const> AgentEnvSm::mountStatus() const {
-  return mounting_ && mounting_->statusReactor ? mounting_->statusReactor->notifier() : nullptr;
+  return mountStatusReactor() ? mountStatusReactor()->notifier() : nullptr;
 }
 
 void AgentEnvSm::mountStatusIs(Ptr<MountStatus const> status) {
   MountStatusReactor::Reactions reactions{&AgentEnvSm::handleMountSource, &AgentEnvSm::handleMountStatus,
                                           &AgentEnvSm::handleMountRound};
-  if (status || mounting_) watch(mounting().statusReactor, status, *this, reactions);
+  if (status || mountingIf()) watch(mounting().statusReactor, status, *this, reactions);
 }
 
 Ptr<MountStatus const> AgentEnvSm::prefixMountStatus() const {
-  return mounting_ && mounting_->prefixStatusReactor ? mounting_->prefixStatusReactor->notifier() : nullptr;
+  return prefixMountStatusReactor() ? prefixMountStatusReactor()->notifier() : nullptr;
 }
 
 void AgentEnvSm::prefixMountStatusIs(Ptr<MountStatus const> status) {
   MountStatusReactor::Reactions reactions{&AgentEnvSm::handlePrefixMountStatus, &AgentEnvSm::handlePrefixMountStatus,
                                           &AgentEnvSm::handlePrefixMountRound};
-  if (status || mounting_) watch(mounting().prefixStatusReactor, status, *this, reactions);
+  if (status || mountingIf()) watch(mounting().prefixStatusReactor, status, *this, reactions);
 }
 
 void AgentEnvSm::handleConfigNextRound() {

@@ -3,6 +3,7 @@
 // reactions are deferred to the state machine's activity (Reactor),
 // coalesced until they run.
 
+#include <array>
 #include <memory>
 #include <utility>
 
@@ -98,6 +99,10 @@ struct AgentEnvSm::Mounting {
   std::unique_ptr<MountStatusReactor> prefixStatusReactor;
 };
 
+struct AgentEnvSm::StatusSets {
+  std::array<StatusSet, 6> sets;
+};
+
 // The process's listening endpoints: each change of the port or the socket.
 class AgentEnvSm::EndpointReactor : public AgentEnvSmReactor<NboAttrLog::ConnectionDir::NotifieeConst> {
  public:
@@ -125,6 +130,32 @@ struct AgentEnvSm::Exporting {
   bool replaced = false;                      // another export has taken the endpoint
   ActivityLoop::TimerId timer = 0;
   double delay = kFirstDelay;
+};
+
+struct AgentEnvSm::Extras {
+  // Drops every reactor on other entities and what a mount or an export holds.
+  void stopWatching() {
+    aggAgentSmReactor.reset();
+    dependencyReactor.reset();
+    dirEntryReactor.reset();
+    mounting.reset();
+    exporting.reset();
+  }
+
+  std::unique_ptr<DirEntryReactor> dirEntryReactor;
+  std::unique_ptr<ZetDependency> dependencyReactor;
+  std::unique_ptr<ZetAggAgentSm> aggAgentSmReactor;
+  std::unique_ptr<Mounting> mounting;      // made when a mount needs it
+  std::unique_ptr<Exporting> exporting;    // made by the first export attempt
+  std::unique_ptr<StatusSets> statusSets;  // made on first use: only aggregates need them
+  Name sourceName;
+  EntityUri sourcePre0;
+  EntityUri sourcePre1;
+  // The dependency-chain memo of doCircularDependencyCheck: the chain from
+  // this entry ended at the config chainTerminal under this generation of
+  // the owner's dependency graph (0: nothing known).
+  Name chainTerminal;
+  uint32_t chainGeneration = 0;
 };
 
 // Points a nested reactor at `notifier`: made on first use, dropped with a
