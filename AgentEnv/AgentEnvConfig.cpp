@@ -11,7 +11,9 @@ Name const& AgentEnvConfig::notReady() {
 }
 
 AgentEnvConfig::AgentEnvConfig(Name name, AgentEnvConfigDir* dir)
-    : Entity(std::move(name), dir), dir_(dir), dependency_(notReady()) {}
+    : Entity(std::move(name), dir), dependency_(notReady()) {}
+
+AgentEnvConfigDir* AgentEnvConfig::dir() const { return static_cast<AgentEnvConfigDir*>(parent()); }
 
 AgentEnvConfig::~AgentEnvConfig() {
   if (aggConfig_ && aggConfig_->nestedConfig(name()) == this) aggConfig_->nestedConfigDel(name());
@@ -57,7 +59,6 @@ void AgentEnvConfig::nestedConfigDelAll() {
 
 void AgentEnvConfig::removedFromOwner() {
   aggConfigIs(nullptr);
-  dir_ = nullptr;
   parentIs(nullptr);
 }
 

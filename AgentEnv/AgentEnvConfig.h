@@ -69,7 +69,8 @@ class AgentEnvConfig : public Entity {
   // Whether a dependency value names another entry ("" and notReady() do not).
   static bool namesEntry(Name const& dependency) { return !dependency.isEmpty() && !(dependency == notReady()); }
 
-  AgentEnvConfigDir* dir() const { return dir_; }
+  // The directory holding this config: its parent, null once taken out.
+  AgentEnvConfigDir* dir() const;
   EntityUri const& source0() const { return source0_; }
   void source0Is(EntityUri const& v) { attributeIs(source0_, v, &NotifieeConst::onSource0); }
   EntityUri const& source1() const { return source1_; }
@@ -120,7 +121,7 @@ class AgentEnvConfig : public Entity {
   // Called by the directory once it has taken this config out.
   void removedFromOwner();
 
-  AgentEnvConfigDir* dir_;
+  UnmountType unmountType_ = statePreserving;  // first, beside the entity's flags
   EntityUri source0_;
   EntityUri source1_;
   EntityUriPath target_;
@@ -130,7 +131,6 @@ class AgentEnvConfig : public Entity {
   double timeoutPeriod_ = 600.0;
   Ptr<AgentEnvConfig> aggConfig_;
   std::unique_ptr<HashMap<AgentEnvConfig*>> nestedConfig_;  // made for the first nested config: most have none
-  UnmountType unmountType_ = statePreserving;
   String8 configFile_;
   uint64_t nextRound_ = 0;
 };

@@ -5,14 +5,15 @@
 
 namespace Zet {
 
-AgentEnvStatus::AgentEnvStatus(Name name, AgentEnvStatusDir* dir) : Entity(std::move(name), dir), dir_(dir) {}
+AgentEnvStatus::AgentEnvStatus(Name name, AgentEnvStatusDir* dir) : Entity(std::move(name), dir) {}
+
+AgentEnvStatusDir* AgentEnvStatus::dir() const { return static_cast<AgentEnvStatusDir*>(parent()); }
 
 Ptr<AgentEnvStatus> agentEnvStatusFactory(Name const& name, AgentEnvStatusDir* dir) {
   return Ptr<AgentEnvStatus>(new AgentEnvStatus(name, dir));
 }
 
 void AgentEnvStatus::removedFromOwner() {
-  dir_ = nullptr;
   parentIs(nullptr);
 }
 

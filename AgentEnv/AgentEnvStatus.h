@@ -61,7 +61,8 @@ class AgentEnvStatus : public Entity {
     virtual void onReason() {}
   };
 
-  AgentEnvStatusDir* dir() const { return dir_; }
+  // The directory holding this status: its parent, null once taken out.
+  AgentEnvStatusDir* dir() const;
   EntityUri const& currentSource() const { return currentSource_; }
   void currentSourceIs(EntityUri const& v) { attributeIs(currentSource_, v, &NotifieeConst::onCurrentSource); }
   Status individualStatus() const { return individualStatus_; }
@@ -92,9 +93,8 @@ class AgentEnvStatus : public Entity {
   AgentEnvStatus(Name name, AgentEnvStatusDir* dir);
   void removedFromOwner();
 
-  AgentEnvStatusDir* dir_;
+  Status individualStatus_ = notApplicable;  // first, beside the entity's flags
   EntityUri currentSource_;
-  Status individualStatus_ = notApplicable;
   Status groupStatus_ = notApplicable;
   StatusCode statusCode_ = none;
   Ptr<Entity> entity_;

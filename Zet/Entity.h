@@ -151,12 +151,13 @@ class Entity : public PtrInterface, public Notifier {
   friend class Dir;
   [[noreturn]] void refuseMirrorWrite() const;
 
-  // The flags first: they fill the word the notifier base leaves open.
+  Name name_;
+  Entity* parent_;
+  // The flags last: a derived class may keep a field of up to four bytes in
+  // the rest of their word.
   bool isNondestructing_ = false;
   bool zeroReferences_ = false;
   bool mirror_ = false;
-  Name name_;
-  Entity* parent_;
 };
 
 // The base of T::NotifieeConst: binds to a T only, and reads it back as T.
