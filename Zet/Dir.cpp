@@ -51,12 +51,12 @@ thread_local std::vector<Ptr<Entity>>* dyingEntities = nullptr;
 
 Dir::~Dir() {
   // Unreachable before anyone hears of it: no child climbs back up here.
-  for (auto& member : entries_)
+  for (auto& member : entries())
     if (Entity* child = member.value()->entity().ptr(); child && child->parent() == this) child->parentIs(nullptr);
   std::vector<Ptr<Entity>> worklist;
   bool outermost = dyingEntities == nullptr;
   if (outermost) dyingEntities = &worklist;
-  for (auto& member : entries_) {
+  for (auto& member : entries()) {
     dyingEntities->push_back(member.value()->entity());
     release(*member.value());
   }
@@ -71,10 +71,15 @@ Dir::~Dir() {
 
 ZET_DEFINE_TYPE(Dir, descriptor);
 
-Ptr<Dir::Entry> Dir::entry(Name const& name) const { return entries_.value(name); }
+Dir::Entries const& Dir::entries() const {
+  static Entries const none;
+  return entries_ ? *entries_ : none;
+}
+
+Ptr<Dir::Entry> Dir::entry(Name const& name) const { return entries().value(name); }
 
 Ptr<Entity> Dir::entityRef(Name const& name) const {
-  Ptr<Entry> const* e = entries_.find(name);
+  Ptr<Entry> const* e = entries().find(name);
   return e ? (*e)->entity() : nullptr;
 }
 
@@ -85,7 +90,7 @@ Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
   Entity const* at = path.isAbsolute() ? &root() : this;
   for (std::string_view name : path.nameTexts()) {
     auto const* dir = dynamic_cast<Dir const*>(at);
-    auto const* e = dir ? dir->entries_.memberByText(name) : nullptr;
+    auto const* e = dir ? dir->entries().memberByText(name) : nullptr;
     at = e ? e->value()->entity().ptr() : nullptr;
     if (!at) break;
   }
@@ -108,7 +113,7 @@ Ptr<Entity> Dir::entityIs(Name const& name, std::string_view typeName) {
     throw DirInstantiationException(
         format("directory instantiation is not enabled for type '%s'", String8(typeName).charPtr()));
   checkName(name);
-  if (entries_.find(name)) throwNameInUse(name);
+  if (entries().find(name)) throwNameInUse(name);
   TypeDescriptor const& type = TypeMap::instance().typeResolved(typeName);
   Ptr<Entity> entity = type.factory ? type.factory(name, this) : nullptr;
   if (!entity) throwRangeException("null ValidPtr");
@@ -142,7 +147,7 @@ void Dir::entryDel(Name const& name) {
   if (!e) return;
   checkWritable();
   MirrorWriteScope::Suspended outside(isMirror());
-  entries_.erase(name);
+  entries_->erase(name);
   release(*e);
   notifyEntry(name);
 }
@@ -162,7 +167,8 @@ void Dir::throwNameInUse(Name const& name) const {
 
 Ptr<Dir::Entry> Dir::newEntry(Name const& name) {
   checkWritable();
-  auto [slot, inserted] = entries_.insert(name, nullptr);
+  if (!entries_) entries_ = std::make_unique<Entries>();
+  auto [slot, inserted] = entries_->insert(name, nullptr);
   if (!inserted) throwNameInUse(name);
   *slot = new Entry(name);
   return *slot;

@@ -18,6 +18,7 @@
 // it. The local-instantiation switch may be read and set from any thread.
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "Zet/Entity.h"
@@ -77,8 +78,8 @@ class Dir : public Entity {
 
   // The entry of that name, or null.
   Ptr<Entry> entry(Name const& name) const;
-  Entries const& entries() const { return entries_; }
-  size_t entryCount() const { return entries_.size(); }
+  Entries const& entries() const;
+  size_t entryCount() const { return entries().size(); }
 
   // The entity of the current entry of that name; null when there is none.
   Ptr<Entity> entityRef(Name const& name) const;
@@ -138,7 +139,9 @@ class Dir : public Entity {
   // The topmost directory above this one.
   Dir const& root() const;
 
-  Entries entries_;
+  // Made for the first entry: most directories made by the million are
+  // leaves, and an empty map would take five words of each.
+  std::unique_ptr<Entries> entries_;
 };
 
 // The type's factory: a new, empty directory.
