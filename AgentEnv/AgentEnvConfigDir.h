@@ -20,7 +20,7 @@ class AgentEnvConfigDir : public MemberDir<AgentEnvConfig> {
 
   Ptr<AgentEnvConfig> agentEnvConfig(Name const& name) const { return member(name); }
   size_t agentEnvConfigCount() const { return memberCount(); }
-  HashMap<Ptr<AgentEnvConfig>> const& agentEnvConfigs() const { return members(); }
+  HashMap<Ptr<AgentEnvConfig>, KeyedByName> const& agentEnvConfigs() const { return members(); }
 
   // The config of that name; a new one (notifying onAgentEnvConfig) when
   // there is none. RangeException "null ValidPtr" if none could be made.

@@ -190,9 +190,9 @@ Ptr<AgentEnvSm> AgentEnvDirSm::newAgentEnvSm(Ptr<ActivityConfig> activity, Ptr<A
 // A removed state machine stops at once, even while members of its
 // aggregate still hold it.
 void AgentEnvDirSm::agentEnvSmDel(Name const& name) {
-  Ptr<AgentEnvSm>* found = sms_.find(name);
+  Ptr<AgentEnvSm> const* found = sms_.find(name);
   if (!found) return;
-  Ptr<AgentEnvSm> sm = std::move(*found);
+  Ptr<AgentEnvSm> sm = *found;
   sms_.erase(name);
   sm->doShutdown();
 }

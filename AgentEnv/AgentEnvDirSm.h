@@ -47,7 +47,7 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   Ptr<AgentEnvSm> agentEnvSmIs(Ptr<ActivityConfig> activity, Ptr<AgentEnvConfig const> config,
                                Ptr<AgentEnvStatus> status);
   Ptr<AgentEnvSm> agentEnvSm(Name const& name) const { return sms_.value(name); }
-  HashMap<Ptr<AgentEnvSm>> const& agentEnvSms() const { return sms_; }
+  HashMap<Ptr<AgentEnvSm>, KeyedByName> const& agentEnvSms() const { return sms_; }
   size_t agentEnvSmCount() const { return sms_.size(); }
   void agentEnvSmDel(Name const& name);
   void agentEnvSmDelAll();
@@ -95,7 +95,7 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
 
   Ptr<AgentEnvConfigDir const> configDir_;
   Ptr<AgentEnvStatusDir> statusDir_;
-  HashMap<Ptr<AgentEnvSm>> sms_;
+  HashMap<Ptr<AgentEnvSm>, KeyedByName> sms_;
   uint32_t dependencyGeneration_ = 1;
   // Entries waiting for a name no entry has: by that name, and the name
   // each of them waits for.

@@ -43,7 +43,7 @@ class AgentEnvMonitorDirSm : public PtrInterface, public AgentEnvStatusDir::Noti
 
   Ptr<ActivityConfig> activity_;
   Ptr<AgentEnvConfigDir const> configDir_;
-  HashMap<Ptr<AgentEnvMonitorSm>> monitors_;
+  HashMap<Ptr<AgentEnvMonitorSm>, KeyedByName> monitors_;
 };
 
 // The monitor of statusDir: made with these arguments when the directory has

@@ -45,7 +45,7 @@ class AgentEnvSm : public Entity, public Reactor {
   // Whether the config as it stands can be applied to what is realised.
   enum Consistency : unsigned { consistent, inconsistent };
   // The status sets of an aggregate's state machine, one per Status value.
-  using StatusSet = HashMap<Ptr<AgentEnvStatus const>>;
+  using StatusSet = HashMap<Ptr<AgentEnvStatus const>, KeyedByName>;
 
   class NotifieeConst : public TypedNotifiee<AgentEnvSm> {
    public:

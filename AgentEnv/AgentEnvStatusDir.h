@@ -19,7 +19,7 @@ class AgentEnvStatusDir : public MemberDir<AgentEnvStatus> {
 
   Ptr<AgentEnvStatus> agentEnvStatus(Name const& name) const { return member(name); }
   size_t agentEnvStatusCount() const { return memberCount(); }
-  HashMap<Ptr<AgentEnvStatus>> const& agentEnvStatuses() const { return members(); }
+  HashMap<Ptr<AgentEnvStatus>, KeyedByName> const& agentEnvStatuses() const { return members(); }
 
   // The status of that name; a new one (notifying onAgentEnvStatus) when
   // there is none. RangeException "null ValidPtr" if none could be made.

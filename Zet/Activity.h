@@ -54,14 +54,14 @@ class ActivityManagerConfig : public PtrInterface {
   // holders keep it; a later activityConfigIs makes a new one.
   Ptr<ActivityConfig> activityConfigDel(Name const& name);
   size_t activityConfigCount() const { return configs_.size(); }
-  HashMap<Ptr<ActivityConfig>> const& activityConfigs() const { return configs_; }
+  HashMap<Ptr<ActivityConfig>, KeyedByName> const& activityConfigs() const { return configs_; }
 
  protected:
   ~ActivityManagerConfig() override = default;
 
  private:
   ActivityLoop* loop_;                    // not owned
-  HashMap<Ptr<ActivityConfig>> configs_;  // by name
+  HashMap<Ptr<ActivityConfig>, KeyedByName> configs_;  // by name
 };
 
 // The process's activity loop and activity manager, made on first use and

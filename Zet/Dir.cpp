@@ -168,9 +168,8 @@ void Dir::throwNameInUse(Name const& name) const {
 Ptr<Dir::Entry> Dir::newEntry(Name const& name) {
   checkWritable();
   if (!entries_) entries_ = std::make_unique<Entries>();
-  auto [slot, inserted] = entries_->insert(name, nullptr);
+  auto [slot, inserted] = entries_->insertMade(name, [&name] { return Ptr<Entry>(new Entry(name)); });
   if (!inserted) throwNameInUse(name);
-  *slot = new Entry(name);
   return *slot;
 }
 

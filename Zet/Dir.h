@@ -72,7 +72,7 @@ class Dir : public Entity {
     virtual void onEntry(Name const&) {}
   };
 
-  using Entries = HashMap<Ptr<Entry>>;
+  using Entries = HashMap<Ptr<Entry>, KeyedByName>;
 
   ZET_ENTITY_TYPE();
 

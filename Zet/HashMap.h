@@ -1,5 +1,7 @@
 #pragma once
 // HashMap: a hash map from a string key (by default a Name) to a value.
+// With KeyedByName for the key, the values are pointers to named objects,
+// each found by its object's name(): the map keeps no key of its own.
 //
 // Members live in storage of their own, in the order they were inserted
 // (a freed place is taken again by a later insertion), and never move: a
@@ -34,21 +36,41 @@ namespace Zet {
 // Folds the high bits in, so hashes differing only high up use different slots.
 inline size_t spreadHash(uint64_t h) { return static_cast<size_t>(h ^ (h >> 29) ^ (h >> 47)); }
 
-template <class Value, class Key = Name>
+// The key parameter of a map of pointers to objects that carry their own
+// name: a member is the pointer alone, and its key is the object's name(),
+// which must not change while the object is in the map. The map hands its
+// values out read-only, so that none is emptied or swapped for an object of
+// another name in place.
+struct KeyedByName {};
+
+template <class Value, class KeyParam = Name>
 class HashMap {
-  static_assert(std::is_base_of_v<String8, Key>, "keys are strings: they carry their hash");
+  static constexpr bool kKeyedByName = std::is_same_v<KeyParam, KeyedByName>;
 
  public:
+  using Key = std::conditional_t<kKeyedByName, Name, KeyParam>;
+  static_assert(std::is_base_of_v<String8, Key>, "keys are strings: they carry their hash");
+  // What the map hands out of a value: read-only when the value names its key.
+  using Stored = std::conditional_t<kKeyedByName, Value const, Value>;
+
   class Member {
    public:
-    Key const& key() const { return key_; }
-    Value& value() { return value_; }
+    Key const& key() const {
+      if constexpr (kKeyedByName)
+        return value_->name();
+      else
+        return key_;
+    }
+    Stored& value() { return value_; }
     Value const& value() const { return value_; }
 
    private:
     friend class HashMap;
-    Member(Key k, Value v) : key_(std::move(k)), value_(std::move(v)) {}
-    Key key_;
+    struct NoKey {
+      explicit NoKey(Key const&) {}
+    };
+    Member(Key const& k, Value v) : key_(k), value_(std::move(v)) {}
+    [[no_unique_address]] std::conditional_t<kKeyedByName, NoKey, Key> key_;
     Value value_;
   };
 
@@ -70,7 +92,7 @@ class HashMap {
   // The member whose key has this text, or null, without making a key first.
   Member* memberByText(std::string_view text) const {
     return memberAt(
-        findSlot(spreadHash(String8::hashOf(text)), [text](Member const& m) { return m.key_.view() == text; }));
+        findSlot(spreadHash(String8::hashOf(text)), [text](Member const& m) { return m.key().view() == text; }));
   }
   // Starts reading the index slot where a lookup of key begins. In a map
   // far larger than the cache each lookup waits for memory: a caller about
@@ -80,19 +102,20 @@ class HashMap {
     if (index_) __builtin_prefetch(&index_[hashOf(key) & (indexSize() - 1)]);
   }
   // A pointer to the value for key, or null.
-  Value* find(Key const& key) const {
+  Stored* find(Key const& key) const {
     Member* m = member(key);
     return m ? &m->value_ : nullptr;
   }
   // The value for key, or a default-made value when absent.
   Value value(Key const& key) const {
-    Value* v = find(key);
+    Stored* v = find(key);
     return v ? *v : Value();
   }
 
   // Inserts key with value unless key is present. Returns the member's value
-  // and whether it was inserted.
-  std::pair<Value*, bool> insert(Key const& key, Value value) {
+  // and whether it was inserted. A value that names its key must not be
+  // null and must bear that name.
+  std::pair<Stored*, bool> insert(Key const& key, Value value) {
     return insertMade(key, [&value] { return std::move(value); });
   }
   // The same with the value `make()` returns, called only when key is
@@ -100,7 +123,7 @@ class HashMap {
   // nothing is inserted; when make itself inserted key, its value stays and
   // the one made is dropped.
   template <class Make>
-  std::pair<Value*, bool> insertMade(Key const& key, Make&& make) {
+  std::pair<Stored*, bool> insertMade(Key const& key, Make&& make) {
     size_t h = hashOf(key);
     if (Member* m = memberAt(findKey(h, key))) return {&m->value_, false};
     size_t sizeBefore = size_;
@@ -110,10 +133,12 @@ class HashMap {
     return {&add(h, key, std::move(value))->value_, true};
   }
   // Sets the value for key, inserting it when absent.
-  Value& assign(Key const& key, Value value) {
-    auto [v, inserted] = insert(key, value);
-    if (!inserted) *v = std::move(value);
-    return *v;
+  Stored& assign(Key const& key, Value value) {
+    size_t h = hashOf(key);
+    Member* m = memberAt(findKey(h, key));
+    if (!m) return add(h, key, std::move(value))->value_;
+    checkNames(key, value);
+    return m->value_ = std::move(value);
   }
 
   // Removes the member with this key; returns whether there was one.
@@ -223,7 +248,7 @@ class HashMap {
     for (uint32_t p = 0; p < used_; ++p) {
       if (!place(p).live()) continue;
       ++live;
-      if (member(place(p).member()->key_) != place(p).member()) return false;
+      if (member(place(p).member()->key()) != place(p).member()) return false;
     }
     return live == size_;
   }
@@ -237,31 +262,29 @@ class HashMap {
   static constexpr unsigned kMinIndexLog = 3;
 
   // Where a member lives: its storage while live, the next freed place once
-  // erased. A live place starts with its key (a member has no base and no
-  // virtual function, so its first field lies at its start), that is with a
-  // buffer pointer, which is even; an erased one starts with kFreedMark, an
-  // odd word, followed by the next freed place. No flag beside the member:
-  // a place of a map of pointers takes 16 bytes, not 24.
-  static constexpr uintptr_t kFreedMark = 1;
-  static_assert(sizeof(Key) == sizeof(uintptr_t), "a key is one buffer pointer");
-  static_assert(sizeof(Member) >= sizeof(uintptr_t) + sizeof(uint32_t));
+  // erased. A live place starts with a pointer, which is even: the key's
+  // buffer, or the value when the value names its key (a member has no base
+  // and no virtual function, so its first field lies at its start). An erased
+  // place holds an odd word instead: the next freed place, shifted up, with
+  // the low bit set. No flag beside the member: a place of a map of pointers
+  // takes 16 bytes, or 8 keyed by name.
+  static_assert(sizeof(Member) >= sizeof(uint64_t));
+  static_assert(kKeyedByName ? sizeof(Value) == sizeof(uintptr_t) : sizeof(Key) == sizeof(uintptr_t),
+                "a place starts with one pointer");
   struct Place {
     alignas(Member) unsigned char storage[sizeof(Member)];
     Member* member() { return std::launder(reinterpret_cast<Member*>(storage)); }
-    bool live() const {
-      uintptr_t first;
-      std::memcpy(&first, storage, sizeof first);
-      return first != kFreedMark;
+    uint64_t first() const {
+      uint64_t word;
+      std::memcpy(&word, storage, sizeof word);
+      return word;
     }
+    bool live() const { return (first() & 1) == 0; }
     void freedIs(uint32_t nextFreed) {
-      std::memcpy(storage, &kFreedMark, sizeof kFreedMark);
-      std::memcpy(storage + sizeof kFreedMark, &nextFreed, sizeof nextFreed);
+      uint64_t word = uint64_t(nextFreed) << 1 | 1;
+      std::memcpy(storage, &word, sizeof word);
     }
-    uint32_t nextFreed() const {
-      uint32_t next;
-      std::memcpy(&next, storage + sizeof kFreedMark, sizeof next);
-      return next;
-    }
+    uint32_t nextFreed() const { return static_cast<uint32_t>(first() >> 1); }
   };
   // A slot of the index: the place of a member, plus one (0: empty), and
   // the low 32 bits of its key's hash.
@@ -286,7 +309,7 @@ class HashMap {
   size_t indexSize() const { return index_ ? size_t(1) << indexLog_ : 0; }
 
   size_t findKey(size_t h, Key const& key) const {
-    return findSlot(h, [&key](Member const& m) { return m.key_ == key; });
+    return findSlot(h, [&key](Member const& m) { return m.key() == key; });
   }
   Member* memberAt(size_t slot) const { return slot == kNone ? nullptr : place(index_[slot].position - 1).member(); }
 
@@ -302,7 +325,15 @@ class HashMap {
     }
   }
 
+  static void checkNames([[maybe_unused]] Key const& key, [[maybe_unused]] Value const& value) {
+    if constexpr (kKeyedByName) {
+      if (!value) throw std::invalid_argument("a HashMap keyed by name holds no null value");
+      assert(value->name() == key);
+    }
+  }
+
   Member* add(size_t h, Key const& key, Value value) {
+    checkNames(key, value);
     if ((size_ + 1) * 4 > indexSize() * 3) growIndex();
     uint32_t position = takePlace();
     Place& at = place(position);

@@ -19,14 +19,14 @@ template <class T>
 class MemberCollection {
  public:
   size_t size() const { return members_.size(); }
-  HashMap<Ptr<T>> const& members() const { return members_; }
+  HashMap<Ptr<T>, KeyedByName> const& members() const { return members_; }
   Ptr<T> member(Name const& name) const { return members_.value(name); }
 
   // The member of that name; when absent, make(name) creates it (null is
   // RangeException "null ValidPtr"), it is inserted and changed(name) runs.
   template <class Make, class Changed>
   Ptr<T> memberIs(Name const& name, Make&& make, Changed&& changed) {
-    if (Ptr<T>* existing = members_.find(name)) return *existing;
+    if (Ptr<T> const* existing = members_.find(name)) return *existing;
     Ptr<T> m = make(name);
     if (!m) throwRangeException("null ValidPtr");
     members_.insert(name, m);
@@ -38,9 +38,9 @@ class MemberCollection {
   // its link to the owner.
   template <class Changed>
   void memberDel(Name const& name, Changed&& changed) {
-    Ptr<T>* found = members_.find(name);
+    Ptr<T> const* found = members_.find(name);
     if (!found) return;
-    Ptr<T> m = std::move(*found);
+    Ptr<T> m = *found;
     members_.erase(name);
     changed(name);
     m->removedFromOwner();
@@ -53,7 +53,7 @@ class MemberCollection {
   }
 
  private:
-  HashMap<Ptr<T>> members_;
+  HashMap<Ptr<T>, KeyedByName> members_;
 };
 
 // Audit rules of an owner whose accessor Members returns its member map:

@@ -24,7 +24,7 @@ class MemberDir : public Entity {
 
   Ptr<Member> member(Name const& name) const { return members_.member(name); }
   size_t memberCount() const { return members_.size(); }
-  HashMap<Ptr<Member>> const& members() const { return members_.members(); }
+  HashMap<Ptr<Member>, KeyedByName> const& members() const { return members_.members(); }
   // The member of that name; when absent, make(name) creates it (null is
   // RangeException "null ValidPtr"), it goes in and memberChanged runs.
   template <class Make>

@@ -20,7 +20,7 @@ class MountConfigDir : public MemberDir<MountConfig> {
 
   Ptr<MountConfig> mountConfig(Name const& name) const { return member(name); }
   size_t mountConfigCount() const { return memberCount(); }
-  HashMap<Ptr<MountConfig>> const& mountConfigs() const { return members(); }
+  HashMap<Ptr<MountConfig>, KeyedByName> const& mountConfigs() const { return members(); }
 
   // The config of that name; a new one made with these sources (notifying
   // onMountConfig) when there is none. The sources of a config are fixed:

@@ -20,7 +20,7 @@ class MountStatusDir : public MemberDir<MountStatus> {
 
   Ptr<MountStatus> mountStatus(Name const& name) const { return member(name); }
   size_t mountStatusCount() const { return memberCount(); }
-  HashMap<Ptr<MountStatus>> const& mountStatuses() const { return members(); }
+  HashMap<Ptr<MountStatus>, KeyedByName> const& mountStatuses() const { return members(); }
 
   // The status of that name; a new one (notifying onMountStatus) when there
   // is none.

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Zet/HashMap.h"
+#include "Zet/Ptr.h"
 
 namespace Zet {
 namespace {
@@ -62,6 +63,50 @@ TEST(HashMap, AgreesWithAModelUnderRandomOperations) {
   EXPECT_EQ(map.memberByText("absent"), nullptr);
   EXPECT_EQ(map.find("absent"), nullptr);
   EXPECT_EQ(map.value("absent"), 0);
+}
+
+// A named object, as the maps keyed by name hold them.
+struct Item : PtrInterface {
+  Item(Name n, int v) : name_(std::move(n)), value(v) {}
+  Name const& name() const { return name_; }
+  Name name_;
+  int value;
+};
+
+TEST(HashMap, KeyedByNameAgreesWithAModelAndRefusesNull) {
+  HashMap<Ptr<Item>, KeyedByName> map;
+  std::map<std::string, int> model;
+  std::mt19937 rng(11);
+  for (int step = 0; step < 100000; ++step) {
+    Name key = numbered("k", rng() % 3000);
+    switch (rng() % 3) {
+      case 0: {
+        auto [slot, inserted] = map.insertMade(key, [&] { return Ptr<Item>(new Item(key, step)); });
+        auto [it, modelInserted] = model.emplace(key.str(), step);
+        ASSERT_EQ(inserted, modelInserted);
+        ASSERT_EQ((*slot)->value, it->second);
+        break;
+      }
+      case 1:
+        ASSERT_EQ(map.erase(key), model.erase(key.str()) == 1);
+        break;
+      case 2:
+        map.assign(key, Ptr<Item>(new Item(Name(key.str()), -step)));
+        model[key.str()] = -step;
+        break;
+    }
+  }
+  EXPECT_TRUE(map.isConsistent());
+  size_t walked = 0;
+  for (auto& m : map) {
+    ASSERT_EQ(m.key(), m.value()->name());
+    ASSERT_EQ(m.value()->value, model.at(m.key().str()));
+    ++walked;
+  }
+  EXPECT_EQ(walked, model.size());
+  EXPECT_THROW(map.insert(Name("null"), nullptr), std::invalid_argument);
+  EXPECT_EQ(map.find("null"), nullptr) << "a refused value leaves no member";
+  EXPECT_TRUE(map.isConsistent());
 }
 
 TEST(HashMap, WalkSurvivesDeletingTheMemberItStandsOnAndOthers) {
