@@ -195,6 +195,10 @@ class AgentEnvSm : public Entity, public Reactor {
   void doInstantiationAttempt();
   bool doTargetInstantiationAttempt();
   bool setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path, bool createParentDirs);
+  // The last name of `target`, sharing the text of the entry's own name when
+  // they are the same: generated configurations name entries after their
+  // targets, and the entity made there takes this name as well.
+  Name lastNameOf(EntityUriPath const& target) const;
   void handleDirEntryStatus();
   void maybeDeleteMountConfig();
   // When the config is gone: the entity an instantiation made is removed

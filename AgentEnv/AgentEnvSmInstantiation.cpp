@@ -127,8 +127,13 @@ bool AgentEnvSm::setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path,
   SM_TRACE(2) << ": Parsed target is " << target;
   dirEntryIs(nullptr);
   targetDirIs(at);
-  targetNameIs(Name(target.lastNameText()));
+  targetNameIs(lastNameOf(target));
   return true;
+}
+
+Name AgentEnvSm::lastNameOf(EntityUriPath const& target) const {
+  std::string_view last = target.lastNameText();
+  return last == name().view() ? name() : Name(last);
 }
 
 // One step of the target walk: the directory `name` in `dir`, made when

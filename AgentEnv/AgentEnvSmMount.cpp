@@ -47,7 +47,7 @@ bool AgentEnvSm::doMountingAttempt() {
     return false;
   }
   EntityUriPath target = configTarget();
-  targetNameIs(Name(target.lastNameText()));
+  targetNameIs(lastNameOf(target));
   if (config_->aggConfig() && config_->target().isEmpty()) return doMemberMountingAttempt();
   Ptr<MountConfigDir> configs = MountFacility::mountConfigDir();
   SM_TRACE(2) << ": Calling mountConfigIs(" << inQuotes(name()) << ",\n\t" << inQuotes(config_->source0()) << ",\n\t"

@@ -112,16 +112,17 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, Agent
 
 StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
                        std::vector<std::string> const& only)
-    : statuses_(statuses) {
+    : statuses_(statuses), configs_(configs) {
   order_.reserve(only.empty() ? statuses.agentEnvStatusCount() : only.size());
   for (auto const& member : statuses.agentEnvStatuses())
     if (isNamed(only, member.key().view()))
-      order_.push_back({sortKey(member.key().view()), member.key().view(), member.value().ptr(),
-                        configs.agentEnvConfig(member.key()).ptr()});
+      order_.push_back({sortKey(member.key().view()), member.value().ptr()});
   // Most comparisons are decided by the first eight bytes, kept in the
   // entry: the names themselves are read only on a tie.
   std::sort(order_.begin(), order_.end(),
-            [](Entry const& a, Entry const& b) { return a.key != b.key ? a.key < b.key : a.name < b.name; });
+            [](Entry const& a, Entry const& b) {
+              return a.key != b.key ? a.key < b.key : a.status->name().view() < b.status->name().view();
+            });
 }
 
 uint64_t StatusRows::sortKey(std::string_view name) {

@@ -40,27 +40,26 @@ StatusRow statusRow(AgentEnvStatus const& status, AgentEnvConfig const* config, 
 StatusRow statusRow(AgentEnvStatus const& status, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs);
 
 // The rows of the entries named in `only` (every entry when empty), by name.
-// A row is made each time it is asked for: an agent of a million entries
-// costs a name and a pointer per entry here, not a row. The directories
-// must not change while the rows are read.
+// A row is made each time it is asked for, its config looked up then: an
+// agent of a million entries costs a sort key and a pointer per entry here,
+// not a row. The directories must not change while the rows are read.
 class StatusRows {
  public:
   StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
              std::vector<std::string> const& only = {});
   size_t size() const { return order_.size(); }
-  StatusRow operator[](size_t i) const { return statusRow(*order_[i].status, order_[i].config, statuses_); }
+  StatusRow operator[](size_t i) const { return statusRow(*order_[i].status, statuses_, configs_); }
   bool allInitialized() const;
 
  private:
   struct Entry {
     uint64_t key;  // the name's first eight bytes, big-endian: orders as the name does
-    std::string_view name;
     AgentEnvStatus const* status;
-    AgentEnvConfig const* config;  // null when the entry has none
   };
   static uint64_t sortKey(std::string_view name);
 
   AgentEnvStatusDir const& statuses_;
+  AgentEnvConfigDir const& configs_;
   std::vector<Entry> order_;  // by name
 };
 
