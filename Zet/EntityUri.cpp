@@ -132,9 +132,10 @@ String8 UriQuery::text() const {
 
 // ---- EntityUri ---------------------------------------------------------------
 
+constinit String8 const EntityUri::kNoText;
+
 EntityUri::Parts const& EntityUri::parts() const {
-  if (parts_) return *parts_;
-  if (text_.isEmpty()) {
+  if (!rep_) {
     static Parts const* const empty = [] {
       auto* p = new Parts(std::string_view());
       p->newRef();  // never released
@@ -142,8 +143,8 @@ EntityUri::Parts const& EntityUri::parts() const {
     }();
     return *empty;
   }
-  parts_ = Ptr<Parts const>(new Parts(text_.view()));
-  return *parts_;
+  if (!rep_->parts) rep_->parts = Ptr<Parts const>(new Parts(rep_->text.view()));
+  return *rep_->parts;
 }
 
 EntityUri const& EntityUri::exportUri() {

@@ -134,11 +134,11 @@ class EntityUri {
   enum class Scheme { none, tcp, domainSocket, tls };
 
   EntityUri() = default;
-  explicit EntityUri(String8 text) : text_(std::move(text)) {}
+  explicit EntityUri(String8 text) : rep_(text.isEmpty() ? nullptr : new Rep(std::move(text))) {}
   // The one URI that names this process's own tree.
   static EntityUri const& exportUri();
 
-  bool isEmpty() const { return text_.isEmpty(); }
+  bool isEmpty() const { return !rep_; }
   bool isExport() const { return text() == "*"; }
   bool isValid() const { return parts().valid; }
   // True when the scheme is one this framework serves (or there is none).
@@ -157,8 +157,8 @@ class EntityUri {
   // appended to the path, one '/' before each, the query kept.
   EntityUri below(EntityUriPath const& suffix) const;
 
-  String8 const& text() const { return text_; }
-  friend bool operator==(EntityUri const& a, EntityUri const& b) { return a.text_ == b.text_; }
+  String8 const& text() const { return rep_ ? rep_->text : kNoText; }
+  friend bool operator==(EntityUri const& a, EntityUri const& b) { return a.rep_ == b.rep_ || a.text() == b.text(); }
 
  private:
   // What was read from the text, made when first asked for and shared by
@@ -178,8 +178,16 @@ class EntityUri {
   };
   Parts const& parts() const;
 
-  String8 text_;
-  mutable Ptr<Parts const> parts_;  // null until a part is asked for
+  // The text and what was read from it, shared by every copy: one pointer
+  // in each holder (null for the empty URI), the parts made when first asked
+  // for. Like the entities holding them, URIs are read on one thread.
+  struct Rep : PtrInterface {
+    explicit Rep(String8 t) : text(std::move(t)) {}
+    String8 text;
+    mutable Ptr<Parts const> parts;  // null until a part is asked for
+  };
+  static String8 const kNoText;  // the text of the empty URI
+  Ptr<Rep const> rep_;
 };
 
 template <>
