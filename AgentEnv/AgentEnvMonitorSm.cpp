@@ -12,7 +12,7 @@ AgentEnvMonitorSm::AgentEnvMonitorSm(Ptr<ActivityConfig> activity, Name name, Pt
                                      Ptr<AgentEnvConfig const> config)
     : Reactor(std::move(activity)), name_(std::move(name)), config_(std::move(config)) {
   if (!status || !config_) throwRangeException("null ValidPtr");
-  statusReactor_.notifierIs(status);
+  notifierIs(status);
   activate();
   // A status that has failed already is reported too (from the loop, as a
   // change would be); one that has not is reported when it changes.

@@ -7,7 +7,9 @@
 //   [AGENT_NAME " (host:" host "): "][configFile ": "]name ": fail: " message
 //
 // It only reads the status and the config. Its reactions run on its
-// activity, named after the entry with "Monitor" appended.
+// activity, named after the entry with "Monitor" appended. It is itself the
+// status's notifiee (privately: nobody else binds it), so that a monitor made
+// for every entry of a large agent carries no separate reactor.
 
 #include "AgentEnv/AgentEnvConfig.h"
 #include "AgentEnv/AgentEnvStatus.h"
@@ -15,14 +17,14 @@
 
 namespace Zet {
 
-class AgentEnvMonitorSm : public PtrInterface, public Reactor {
+class AgentEnvMonitorSm : public PtrInterface, public Reactor, private AgentEnvStatus::NotifieeConst {
  public:
   AgentEnvMonitorSm(Ptr<ActivityConfig> activity, Name name, Ptr<AgentEnvStatus const> status,
                     Ptr<AgentEnvConfig const> config);
   ~AgentEnvMonitorSm() override;
 
   Name const& name() const { return name_; }
-  Ptr<AgentEnvStatus const> status() const { return statusReactor_.notifier(); }
+  Ptr<AgentEnvStatus const> status() const { return notifier(); }
   Ptr<AgentEnvConfig const> const& config() const { return config_; }
 
   // Writes the report for the status as it stands, when it is a failure.
@@ -32,18 +34,10 @@ class AgentEnvMonitorSm : public PtrInterface, public Reactor {
   void onNotification(int) override { handleStatus(); }
 
  private:
-  class StatusReactor : public AgentEnvStatus::NotifieeConst {
-   public:
-    explicit StatusReactor(AgentEnvMonitorSm& sm) : sm_(sm) {}
-    void onIndividualStatus() override { sm_.notificationDefer(0); }
-
-   private:
-    AgentEnvMonitorSm& sm_;
-  };
+  void onIndividualStatus() override { notificationDefer(0); }
 
   Name name_;
   Ptr<AgentEnvConfig const> config_;
-  StatusReactor statusReactor_{*this};
 };
 
 }  // namespace Zet

@@ -309,7 +309,6 @@ void AgentEnvSm::onNotification(int code) {
 
 void AgentEnvSm::onZombie(bool zombie) {
   registrationCheck();
-  statusReactor_.zombie = zombie;
   if (!extras_) return;
   for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor(), mountStatusReactor(),
                                                    extras_->dirEntryReactor.get(), extras_->dependencyReactor.get(),

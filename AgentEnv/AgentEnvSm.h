@@ -269,7 +269,6 @@ class AgentEnvSm : public Entity, public Reactor {
    public:
     explicit ZetStatus(AgentEnvSm& sm) : sm_(sm) {}
     void onIndividualStatus() override;
-    bool zombie = false;  // marked by zetDoZombieReactors
 
    private:
     AgentEnvSm& sm_;
