@@ -26,6 +26,9 @@ constexpr size_t kSlabBytes = 64 * 1024;
 // 32 MiB as the thread needs more.
 constexpr size_t kFirstRegionBytes = 4 * kSlabBytes;
 constexpr size_t kMaxRegionBytes = 32 * 1024 * 1024;
+// A region's pages are backed this much at a time, as slabs reach them, so
+// that a process holds at most this much it has not used.
+constexpr size_t kBackedStepBytes = 2 * 1024 * 1024;
 
 struct FreeBlock {
   FreeBlock* next;
@@ -46,6 +49,7 @@ struct BlockSize {
 struct ThreadBlocks {
   BlockSize sizes[kSizes];
   char* regionRest = nullptr;
+  char* regionBacked = nullptr;  // the pages before this are backed
   char* regionEnd = nullptr;
   size_t nextRegionBytes = kFirstRegionBytes;
   ThreadBlocks* nextIdle = nullptr;
@@ -54,6 +58,7 @@ struct ThreadBlocks {
   [[gnu::noinline]] void* carve(BlockSize& blocks, size_t blockBytes);
   char* newSlab();
   void newRegion();
+  void backMore();
 };
 
 std::mutex idleMutex;
@@ -88,23 +93,29 @@ thread_local Handback handback;
 
 [[maybe_unused]] ThreadBlocks* threadBlocks() noexcept { return mine ? mine : adopt(); }
 
-// A new region, its pages backed at once: one call to the system instead of
-// a page fault for each 4 KiB (the system may not support that; then the
-// pages are backed as they are touched).
 void ThreadBlocks::newRegion() {
   size_t bytes = nextRegionBytes;
   void* region = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (region == MAP_FAILED) throw std::bad_alloc();
-#ifdef MADV_POPULATE_WRITE
-  ::madvise(region, bytes, MADV_POPULATE_WRITE);
-#endif
-  regionRest = static_cast<char*>(region);
+  regionRest = regionBacked = static_cast<char*>(region);
   regionEnd = regionRest + bytes;
   nextRegionBytes = std::min(2 * bytes, kMaxRegionBytes);
 }
 
+// Backs the next pages of the region at once: one call to the system
+// instead of a page fault for each 4 KiB (the system may not support that;
+// then the pages are backed as they are touched).
+void ThreadBlocks::backMore() {
+  size_t bytes = std::min(kBackedStepBytes, size_t(regionEnd - regionBacked));
+#ifdef MADV_POPULATE_WRITE
+  ::madvise(regionBacked, bytes, MADV_POPULATE_WRITE);
+#endif
+  regionBacked += bytes;
+}
+
 char* ThreadBlocks::newSlab() {
   if (regionRest == regionEnd) newRegion();
+  if (regionRest == regionBacked) backMore();
   char* slab = regionRest;
   regionRest += kSlabBytes;
   return slab;
