@@ -121,7 +121,7 @@ class AgentEnvConfig : public Entity {
   // Called by the directory once it has taken this config out.
   void removedFromOwner();
 
-  UnmountType unmountType_ = statePreserving;  // first, beside the entity's flags
+  UnmountType unmountType_ = statePreserving;
   EntityUri source0_;
   EntityUri source1_;
   EntityUriPath target_;

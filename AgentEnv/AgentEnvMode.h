@@ -22,7 +22,7 @@
 namespace Zet {
 
 // How an entry is realised. init: not yet (nothing has acted).
-enum class AgentEnvMode : unsigned { init, instantiate, mount, exp };
+enum class AgentEnvMode : uint8_t { init, instantiate, mount, exp };
 
 // The config whose source0 decides an entry's mode.
 AgentEnvConfig const& modeConfig(AgentEnvConfig const& config);

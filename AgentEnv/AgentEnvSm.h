@@ -43,7 +43,7 @@ class AgentEnvSm : public Entity, public Reactor {
   using Mode = AgentEnvMode;
   using enum AgentEnvMode;
   // Whether the config as it stands can be applied to what is realised.
-  enum Consistency : unsigned { consistent, inconsistent };
+  enum Consistency : uint8_t { consistent, inconsistent };
   // The status sets of an aggregate's state machine, one per Status value.
   using StatusSet = HashMap<Ptr<AgentEnvStatus const>, KeyedByName>;
 

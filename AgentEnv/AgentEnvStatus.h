@@ -93,7 +93,7 @@ class AgentEnvStatus : public Entity {
   AgentEnvStatus(Name name, AgentEnvStatusDir* dir);
   void removedFromOwner();
 
-  Status individualStatus_ = notApplicable;  // first, beside the entity's flags
+  Status individualStatus_ = notApplicable;
   EntityUri currentSource_;
   Status groupStatus_ = notApplicable;
   StatusCode statusCode_ = none;

@@ -19,14 +19,14 @@ void Entity::refuseMirrorWrite() const {
 }
 
 void Entity::isNondestructingIs(bool v) {
-  if (v == isNondestructing_) return;
-  isNondestructing_ = v;
+  if (v == isNondestructing()) return;
+  flagIs(kNondestructing, v);
   notify<NotifieeConst>([](NotifieeConst& n) { n.onIsNondestructing(); });
 }
 
 void Entity::zeroReferencesIs(bool v) {
-  if (v == zeroReferences_) return;
-  zeroReferences_ = v;
+  if (v == zeroReferences()) return;
+  flagIs(kZeroReferences, v);
   notify<NotifieeConst>([](NotifieeConst& n) { n.onZeroReferences(); });
 }
 
@@ -39,7 +39,7 @@ String8 Entity::attributeString(AttributeId id) const {
 
 String8 Entity::attributeValue(AttributeId id) const {
   if (id == kNameAttributeId) return name_;
-  if (id == kParentAttributeId) return parent_ ? parent_->fullName() : String8();
+  if (id == kParentAttributeId) return parent() ? parent()->fullName() : String8();
   auto const* a = fwkType().attribute(id);
   if (!a) throwRangeException(format("no attribute 0x%x in %.*s", id, int(fwkType().name.size()), fwkType().name.data()));
   return a->read(*this);
@@ -63,17 +63,17 @@ std::vector<String8> Entity::zetAuditErrors() const {
 // Walks up once to size the text, then writes the names from the end, so a
 // tree of any depth is named without recursion in one allocation.
 String8 Entity::fullName(std::string_view child) const {
-  if (!parent_ && child.empty()) return name_;
+  if (!parent() && child.empty()) return name_;
   size_t size = child.empty() ? 0 : child.size() + 1;
   Entity const* top = this;
-  for (; top->parent_; top = top->parent_) size += top->name_.size() + 1;
+  for (; top->parent(); top = top->parent()) size += top->name_.size() + 1;
   bool rootIsSlash = top->name_.view() == "/";
   if (!rootIsSlash) size += top->name_.size();
   std::string path(size, '/');
   size_t end = size - child.size();
   path.replace(end, child.size(), child);
   if (!child.empty()) --end;  // the separator, already '/'
-  for (Entity const* at = this; at != top || !rootIsSlash; at = at->parent_) {
+  for (Entity const* at = this; at != top || !rootIsSlash; at = at->parent()) {
     std::string_view name = at->name_.view();
     end -= name.size();
     path.replace(end, name.size(), name);

@@ -7,6 +7,7 @@
 // and audited. Entities are reference-counted; they are not thread-safe and
 // live on the activity-loop thread that owns them.
 
+#include <cstdint>
 #include <type_traits>
 #include <vector>
 
@@ -96,16 +97,16 @@ class Entity : public PtrInterface, public Notifier {
    private:
     static thread_local int depth_;
   };
-  bool isMirror() const { return mirror_; }
-  void mirrorIs(bool v) { mirror_ = v; }
+  bool isMirror() const { return flag(kMirror); }
+  void mirrorIs(bool v) { flagIs(kMirror, v); }
 
   Name const& name() const { return name_; }
-  Entity* parent() const { return parent_; }
+  Entity* parent() const { return reinterpret_cast<Entity*>(parentAndFlags_ & ~kFlags); }
   virtual TypeDescriptor const& fwkType() const = 0;
 
-  bool isNondestructing() const { return isNondestructing_; }
+  bool isNondestructing() const { return flag(kNondestructing); }
   virtual void isNondestructingIs(bool v);
-  bool zeroReferences() const { return zeroReferences_; }
+  bool zeroReferences() const { return flag(kZeroReferences); }
   virtual void zeroReferencesIs(bool v);
 
   // The name of the attribute with this identifier: "name" and "parent" for
@@ -125,12 +126,12 @@ class Entity : public PtrInterface, public Notifier {
   String8 fullName(std::string_view child = {}) const;
 
  protected:
-  Entity(Name name, Entity* parent) : name_(std::move(name)), parent_(parent) {}
+  Entity(Name name, Entity* parent) : name_(std::move(name)), parentAndFlags_(reinterpret_cast<uintptr_t>(parent)) {}
   ~Entity() override = default;
-  void parentIs(Entity* parent) { parent_ = parent; }
+  void parentIs(Entity* parent) { parentAndFlags_ = reinterpret_cast<uintptr_t>(parent) | (parentAndFlags_ & kFlags); }
   // Refuses a change of a mirror made outside the mount machinery.
   void checkWritable() const {
-    if (mirror_ && !MirrorWriteScope::active()) [[unlikely]]
+    if (isMirror() && !MirrorWriteScope::active()) [[unlikely]]
       refuseMirrorWrite();
   }
 
@@ -141,7 +142,7 @@ class Entity : public PtrInterface, public Notifier {
     checkWritable();
     if (field == value) return;
     field = value;
-    MirrorWriteScope::Suspended outside(mirror_);
+    MirrorWriteScope::Suspended outside(isMirror());
     notify<N>([handler](N& n) { (n.*handler)(); });
   }
 
@@ -151,14 +152,18 @@ class Entity : public PtrInterface, public Notifier {
   friend class Dir;
   [[noreturn]] void refuseMirrorWrite() const;
 
+  // The parent link carries the three flags in its low bits, which are
+  // zero in the address of an entity (aligned to eight bytes): the flags
+  // take no word of their own.
+  enum : uintptr_t { kNondestructing = 1, kZeroReferences = 2, kMirror = 4, kFlags = 7 };
+  bool flag(uintptr_t f) const { return parentAndFlags_ & f; }
+  void flagIs(uintptr_t f, bool v) { parentAndFlags_ = v ? parentAndFlags_ | f : parentAndFlags_ & ~f; }
+
   Name name_;
-  Entity* parent_;
-  // The flags last: a derived class may keep a field of up to four bytes in
-  // the rest of their word.
-  bool isNondestructing_ = false;
-  bool zeroReferences_ = false;
-  bool mirror_ = false;
+  uintptr_t parentAndFlags_;
 };
+
+static_assert(alignof(Entity) >= 8, "an entity's address leaves three low bits free for its flags");
 
 // The base of T::NotifieeConst: binds to a T only, and reads it back as T.
 template <class T>
