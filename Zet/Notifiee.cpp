@@ -6,7 +6,7 @@
 namespace Zet {
 
 NotifieeBase::~NotifieeBase() {
-  if (registeredWith_) registeredWith_->notifieeRemove(this);
+  if (Notifier const* n = registeredWith()) n->notifieeRemove(this);
 }
 
 void NotifieeBase::onNotificationException(std::exception const& e) {
@@ -26,9 +26,9 @@ size_t Notifier::notifieeCount() const {
 }
 
 void Notifier::notifieeAdd(NotifieeBase* n) const {
-  if (n->registeredWith_ == this) return;
-  if (n->registeredWith_) n->registeredWith_->notifieeRemove(n);
-  n->registeredWith_ = this;
+  if (n->registeredWith() == this) return;
+  if (Notifier const* before = n->registeredWith()) before->notifieeRemove(n);
+  n->registeredWithIs(this);
   n->next_ = nullptr;
   if (head_) {
     n->prev_ = head_->prev_;
@@ -40,7 +40,7 @@ void Notifier::notifieeAdd(NotifieeBase* n) const {
 }
 
 void Notifier::notifieeRemove(NotifieeBase* n) const {
-  if (n->registeredWith_ != this) return;
+  if (n->registeredWith() != this) return;
   NotifieeBase* before = n == head_ ? nullptr : n->prev_;
   for (Round* r = Round::innermost; r; r = r->outer) {
     if (&r->notifier != this) continue;
@@ -53,7 +53,7 @@ void Notifier::notifieeRemove(NotifieeBase* n) const {
     head_->prev_ = before;
   (before ? before->next_ : head_) = n->next_;
   n->prev_ = n->next_ = nullptr;
-  n->registeredWith_ = nullptr;
+  n->registeredWithIs(nullptr);
 }
 
 void Notifier::deliverException(NotifieeBase* n, std::exception const& e) noexcept {

@@ -26,13 +26,15 @@ class NotifieeBase {
   NotifieeBase() = default;
   // A catch-all notifiee is not called through its notifier's interface:
   // every notification of the notifier reaches onAnyNotification instead.
-  explicit NotifieeBase(bool catchAll) : catchAll_(catchAll) {}
+  explicit NotifieeBase(bool catchAll) : registration_(catchAll ? uintptr_t(kCatchAll) : 0) {}
   NotifieeBase(NotifieeBase const&) = delete;
   NotifieeBase& operator=(NotifieeBase const&) = delete;
 
   // While off, the notifiee receives nothing.
-  bool hasNotificationActive() const { return notificationActive_; }
-  virtual void hasNotificationActiveIs(bool active) { notificationActive_ = active; }
+  bool hasNotificationActive() const { return !(registration_ & kInactive); }
+  virtual void hasNotificationActiveIs(bool active) {
+    registration_ = active ? registration_ & ~kInactive : registration_ | kInactive;
+  }
 
   // Receives what one of this notifiee's handlers threw during a notification
   // (something not derived from std::exception arrives as a Zet::Exception
@@ -49,11 +51,16 @@ class NotifieeBase {
 
  private:
   friend class Notifier;
-  Notifier const* registeredWith_ = nullptr;  // the notifier whose list holds this one
-  NotifieeBase* prev_ = nullptr;              // links of that list; the first one's prev_ is the last one
+  // The notifier whose list holds this one (null: none), with the two flags
+  // in the low bits of its address, which are zero: a notifiee is four words.
+  enum : uintptr_t { kInactive = 1, kCatchAll = 2, kFlags = 3 };
+  Notifier const* registeredWith() const { return reinterpret_cast<Notifier const*>(registration_ & ~kFlags); }
+  void registeredWithIs(Notifier const* n) { registration_ = reinterpret_cast<uintptr_t>(n) | (registration_ & kFlags); }
+  bool catchAll() const { return registration_ & kCatchAll; }
+
+  uintptr_t registration_ = 0;
+  NotifieeBase* prev_ = nullptr;  // links of that list; the first one's prev_ is the last one
   NotifieeBase* next_ = nullptr;
-  bool notificationActive_ = true;
-  bool catchAll_ = false;
 };
 
 class Notifier {
@@ -85,7 +92,7 @@ class Notifier {
     while (NotifieeBase* n = round.take()) {
       if (!n->hasNotificationActive()) continue;
       try {
-        if (n->catchAll_)
+        if (n->catchAll())
           n->onAnyNotification(member);
         else
           handler(*static_cast<N*>(n));
@@ -140,5 +147,7 @@ class Notifier {
   // holds the list, for every entity has one.
   mutable NotifieeBase* head_ = nullptr;
 };
+
+static_assert(alignof(Notifier) >= 4, "a notifier's address leaves two low bits free for a notifiee's flags");
 
 }  // namespace Zet
