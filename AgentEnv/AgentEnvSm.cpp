@@ -104,13 +104,25 @@ void AgentEnvSm::statusIs(Ptr<AgentEnvStatus> status) {
   statusReactor_.notifierIs(status_);
 }
 
+// The nested reactors on other entities and on mounts, those that exist, in
+// the order a zombie mark reaches them.
+template <class Apply>
+void AgentEnvSm::forEachNestedReactor(Apply&& apply) const {
+  if (!extras_) return;
+  auto each = [&apply](auto* reactor) {
+    if (reactor) apply(*reactor);
+  };
+  each(prefixMountStatusReactor());
+  each(mountStatusReactor());
+  each(extras_->dirEntryReactor.get());
+  each(extras_->dependencyReactor.get());
+  each(extras_->aggAgentSmReactor.get());
+  each(endpointReactor());
+}
+
 void AgentEnvSm::zetFwkActivityIs(Ptr<ActivityConfig> activity) {
   activityConfigIs(activity);
-  if (!extras_) return;
-  for (Reactor* r : std::initializer_list<Reactor*>{mountStatusReactor(), prefixMountStatusReactor(),
-                                                   extras_->dirEntryReactor.get(), extras_->dependencyReactor.get(),
-                                                   extras_->aggAgentSmReactor.get(), endpointReactor()})
-    if (r) r->activityConfigIs(activity);
+  forEachNestedReactor([&activity](Reactor& r) { r.activityConfigIs(activity); });
 }
 
 Ptr<AgentEnvStatus const> AgentEnvSm::dependency() const {
@@ -271,11 +283,7 @@ void AgentEnvSm::hasNotificationActiveIs(bool active) {
   notificationActive_ = active;
   configReactor_.hasNotificationActiveIs(active);
   statusReactor_.hasNotificationActiveIs(active);
-  if (!extras_) return;
-  for (NotifieeBase* n : std::initializer_list<NotifieeBase*>{
-           mountStatusReactor(), prefixMountStatusReactor(), extras_->dirEntryReactor.get(),
-           extras_->dependencyReactor.get(), extras_->aggAgentSmReactor.get(), endpointReactor()})
-    if (n) n->hasNotificationActiveIs(active);
+  forEachNestedReactor([active](auto& r) { r.hasNotificationActiveIs(active); });
 }
 
 void AgentEnvSm::handleNotification(ActivityConfig*) {
@@ -309,11 +317,7 @@ void AgentEnvSm::onNotification(int code) {
 
 void AgentEnvSm::onZombie(bool zombie) {
   registrationCheck();
-  if (!extras_) return;
-  for (Reactor* r : std::initializer_list<Reactor*>{prefixMountStatusReactor(), mountStatusReactor(),
-                                                   extras_->dirEntryReactor.get(), extras_->dependencyReactor.get(),
-                                                   extras_->aggAgentSmReactor.get(), endpointReactor()})
-    if (r) r->zetDoZombieReactors(zombie);
+  forEachNestedReactor([zombie](Reactor& r) { r.zetDoZombieReactors(zombie); });
 }
 
 bool AgentEnvSm::localInstantiationSuppressed() {

@@ -296,6 +296,8 @@ class AgentEnvSm : public Entity, public Reactor {
   bool doReportExportFailure(ListenException const& e);
   MountStatusReactor* mountStatusReactor() const;
   MountStatusReactor* prefixMountStatusReactor() const;
+  template <class Apply>
+  void forEachNestedReactor(Apply&& apply) const;
 
   void sourcePre0Is(EntityUri const& source);
   void sourcePre1Is(EntityUri const& source);
