@@ -110,19 +110,36 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, Agent
   return row;
 }
 
+// How many rows or members ahead of the one being read their memory is
+// asked for.
+constexpr size_t kReadAhead = 8;
+
 StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
                        std::vector<std::string> const& only)
-    : statuses_(statuses), configs_(configs) {
+    : statuses_(statuses) {
   order_.reserve(only.empty() ? statuses.agentEnvStatusCount() : only.size());
   for (auto const& member : statuses.agentEnvStatuses())
     if (isNamed(only, member.key().view()))
-      order_.push_back({sortKey(member.key().view()), member.value().ptr()});
+      order_.push_back({sortKey(member.key().view()), member.value().ptr(), nullptr});
+  // The configs are looked up while the entries are still in the order of
+  // the statuses in memory, which is (nearly always) the configs' own.
+  auto const& index = configs.agentEnvConfigs();
+  for (size_t i = 0; i < order_.size(); ++i) {
+    if (i + kReadAhead < order_.size()) index.prefetch(order_[i + kReadAhead].status->name());
+    order_[i].config = configs.agentEnvConfig(order_[i].status->name()).ptr();
+  }
   // Most comparisons are decided by the first eight bytes, kept in the
   // entry: the names themselves are read only on a tie.
   std::sort(order_.begin(), order_.end(),
             [](Entry const& a, Entry const& b) {
               return a.key != b.key ? a.key < b.key : a.status->name().view() < b.status->name().view();
             });
+}
+
+void StatusRows::prefetch(size_t i) const {
+  if (i >= order_.size()) return;
+  __builtin_prefetch(order_[i].status);
+  __builtin_prefetch(order_[i].config);
 }
 
 uint64_t StatusRows::sortKey(std::string_view name) {
@@ -146,7 +163,10 @@ std::string StatusRow::json() const {
 }
 
 void printStatusJson(StatusRows const& rows, std::ostream& out) {
-  for (size_t i = 0; i < rows.size(); ++i) out << rows[i].json() << "\n";
+  for (size_t i = 0; i < rows.size(); ++i) {
+    rows.prefetch(i + kReadAhead);
+    out << rows[i].json() << "\n";
+  }
 }
 
 namespace {
@@ -178,6 +198,7 @@ void printStatusTable(StatusRows const& rows, std::ostream& out) {
   };
   widen(kHeading);
   for (size_t r = 0; r < rows.size(); ++r) {
+    rows.prefetch(r + kReadAhead);
     Cells row = cells(rows[r]);
     anyReason = anyReason || !row.back().empty();
     widen(row);
@@ -197,7 +218,10 @@ void printStatusTable(StatusRows const& rows, std::ostream& out) {
     out << line;
   };
   print(kHeading);
-  for (size_t r = 0; r < rows.size(); ++r) print(cells(rows[r]));
+  for (size_t r = 0; r < rows.size(); ++r) {
+    rows.prefetch(r + kReadAhead);
+    print(cells(rows[r]));
+  }
 }
 
 }  // namespace Zet::Tool

@@ -40,26 +40,30 @@ StatusRow statusRow(AgentEnvStatus const& status, AgentEnvConfig const* config, 
 StatusRow statusRow(AgentEnvStatus const& status, AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs);
 
 // The rows of the entries named in `only` (every entry when empty), by name.
-// A row is made each time it is asked for, its config looked up then: an
-// agent of a million entries costs a sort key and a pointer per entry here,
-// not a row. The directories must not change while the rows are read.
+// A row is made each time it is asked for: an agent of a million entries
+// costs a sort key and two pointers per entry here, not a row. The
+// directories must not change while the rows are read.
 class StatusRows {
  public:
   StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
              std::vector<std::string> const& only = {});
   size_t size() const { return order_.size(); }
-  StatusRow operator[](size_t i) const { return statusRow(*order_[i].status, statuses_, configs_); }
+  StatusRow operator[](size_t i) const { return statusRow(*order_[i].status, order_[i].config, statuses_); }
+  // Starts reading what row i is made of. Rows come by name, in no order
+  // in memory: a reader asks for a row a few ahead of the one it makes, so
+  // that the waits for memory overlap.
+  void prefetch(size_t i) const;
   bool allInitialized() const;
 
  private:
   struct Entry {
     uint64_t key;  // the name's first eight bytes, big-endian: orders as the name does
     AgentEnvStatus const* status;
+    AgentEnvConfig const* config;  // null when the entry has none
   };
   static uint64_t sortKey(std::string_view name);
 
   AgentEnvStatusDir const& statuses_;
-  AgentEnvConfigDir const& configs_;
   std::vector<Entry> order_;  // by name
 };
 
