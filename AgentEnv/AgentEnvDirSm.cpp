@@ -12,6 +12,9 @@ namespace {
 // The hint every state machine's activity is made with (the loop keeps it
 // for tools and does not act on it).
 constexpr unsigned kActivityPriorityHint = 10;
+// How many configs ahead of the one reconciled a walk asks for the slots
+// the reconciliation will look up.
+constexpr size_t kReadAhead = 8;
 
 }  // namespace
 
@@ -45,7 +48,16 @@ void AgentEnvDirSm::notifierIs(Ptr<Entity const> const& dir) {
 
 void AgentEnvDirSm::handleConfig() {
   if (!configDir_) return;
-  for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) handleConfig(it->key(), it->value());
+  for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) {
+    if (auto const* next = it.ahead(kReadAhead)) prefetchFor(next->key());
+    handleConfig(it->key(), it->value());
+  }
+}
+
+void AgentEnvDirSm::prefetchFor(Name const& name) const {
+  ActivityFacility::activityManagerConfig()->activityConfigs().prefetch(name);
+  sms_.prefetch(name);
+  statusDir_->agentEnvStatuses().prefetch(name);
 }
 
 void AgentEnvDirSm::onAgentEnvConfig(Name const& name) {
@@ -107,12 +119,8 @@ Name AgentEnvDirSm::missingPrerequisite(AgentEnvConfig const& config, HashMap<bo
 
 void AgentEnvDirSm::reconcile(Name const& name, Ptr<AgentEnvConfig> const& config) {
   if (!config) return remove(name);
-  // The three lookups below miss the cache in a large agent: their slots are
-  // asked for together.
+  prefetchFor(name);
   Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
-  activities->activityConfigs().prefetch(name);
-  sms_.prefetch(name);
-  statusDir_->agentEnvStatuses().prefetch(name);
   Ptr<AgentEnvStatus> status = statusDir_->agentEnvStatusIs(name);
   Ptr<ActivityConfig> activity = activities->activityConfigIs(name, kActivityPriorityHint);
   Ptr<AgentEnvSm> sm = agentEnvSmIs(activity, config, status);

@@ -89,6 +89,10 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   // Makes what the config of `name` lacks, or removes what a deleted one
   // (null) left.
   void reconcile(Name const& name, Ptr<AgentEnvConfig> const& config);
+  // Starts reading the index slots that reconciling `name` looks up: in a
+  // large agent each lookup misses the cache, and asked for together (or
+  // ahead, in a walk) the misses overlap.
+  void prefetchFor(Name const& name) const;
   void remove(Name const& name);
   void wakeDependents(Name const& name);
   void forgetMissingDependency(Name const& dependent);

@@ -16,6 +16,10 @@ std::unordered_map<AgentEnvStatusDir const*, AgentEnvMonitorDirSm*>& monitorsByS
 
 Name monitorActivityName(Name const& name) { return Name(name + "Monitor"); }
 
+// How many statuses ahead of the one monitored a walk asks for the slots
+// the monitoring will look up.
+constexpr size_t kReadAhead = 8;
+
 }  // namespace
 
 AgentEnvMonitorDirSm::AgentEnvMonitorDirSm(Ptr<ActivityConfig> activity, Ptr<AgentEnvStatusDir const> statusDir,
@@ -33,15 +37,21 @@ AgentEnvMonitorDirSm::~AgentEnvMonitorDirSm() {
 }
 
 void AgentEnvMonitorDirSm::handleStatus() {
-  for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) monitor(Name(it->key()), it->value());
+  for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) {
+    if (auto const* next = it.ahead(kReadAhead)) prefetchFor(next->key());
+    monitor(Name(it->key()), it->value());
+  }
+}
+
+void AgentEnvMonitorDirSm::prefetchFor(Name const& name) const {
+  monitors_.prefetch(name);
+  configDir_->agentEnvConfigs().prefetch(name);
 }
 
 void AgentEnvMonitorDirSm::handleStatus(Name const& name) { monitor(name, statusDir()->agentEnvStatus(name)); }
 
 void AgentEnvMonitorDirSm::monitor(Name const& name, Ptr<AgentEnvStatus const> const& status) {
-  // Both lookups miss the cache in a large agent: their slots are asked for together.
-  monitors_.prefetch(name);
-  configDir_->agentEnvConfigs().prefetch(name);
+  prefetchFor(name);
   Ptr<AgentEnvConfig const> config = status ? configDir_->agentEnvConfig(name) : nullptr;
   if (!config) return statusSmDel(name);
   // The activity is looked up only for a monitor still to be made.

@@ -40,6 +40,9 @@ class AgentEnvMonitorDirSm : public PtrInterface, public AgentEnvStatusDir::Noti
   // Makes or checks the monitor of the status of that name; a status or a
   // config that is gone removes it.
   void monitor(Name const& name, Ptr<AgentEnvStatus const> const& status);
+  // Starts reading the index slots that monitoring `name` looks up (see
+  // AgentEnvDirSm::prefetchFor).
+  void prefetchFor(Name const& name) const;
 
   Ptr<ActivityConfig> activity_;
   Ptr<AgentEnvConfigDir const> configDir_;

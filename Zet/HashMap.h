@@ -182,6 +182,14 @@ class HashMap {
     Member& operator*() const { return *map_->place(position_).member(); }
     Member* operator->() const { return map_->place(position_).member(); }
     explicit operator bool() const { return position_ != kEnd; }
+    // The member `distance` places on, or null when that place is past the
+    // end or freed. A walk through a map far larger than the cache asks for
+    // what it will read a few members on, so that the waits overlap.
+    Member const* ahead(size_t distance) const {
+      if (position_ == kEnd || distance >= map_->used_ - position_) return nullptr;
+      Place& at = map_->place(static_cast<uint32_t>(position_ + distance));
+      return at.live() ? at.member() : nullptr;
+    }
     Iterator& operator++() {
       advance();
       return *this;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
@@ -20,15 +21,12 @@ struct TraceState {
   std::mutex mutex;
   Selection selection;
   Trace::Sink sink;
-  // The highest level any facility selects (-1: none), read without the
-  // lock so that traces that are not selected cost one load.
-  std::atomic<int> highestLevel{-1};
 
   void selectionIs(Selection s) {
     int highest = s.otherLevel;
     for (auto const& f : s.facilities) highest = std::max(highest, f.second);
     selection = std::move(s);
-    highestLevel.store(highest, std::memory_order_relaxed);
+    detail::traceHighestLevel.store(highest, std::memory_order_relaxed);
   }
 };
 
@@ -53,7 +51,8 @@ Selection parse(std::string_view text) {
 TraceState& state() {
   static TraceState* s = [] {
     auto* t = new TraceState;
-    if (char const* env = std::getenv("ZET_TRACE")) t->selectionIs(parse(env));
+    char const* env = std::getenv("ZET_TRACE");
+    t->selectionIs(env ? parse(env) : Selection());
     return t;
   }();
   return *s;
@@ -61,9 +60,11 @@ TraceState& state() {
 
 }  // namespace
 
-bool Trace::isEnabled(std::string_view facility, int level) {
+constinit std::atomic<int> detail::traceHighestLevel{INT_MAX};
+
+bool Trace::isSelected(std::string_view facility, int level) {
   TraceState& s = state();
-  if (level > s.highestLevel.load(std::memory_order_relaxed)) return false;
+  if (level > detail::traceHighestLevel.load(std::memory_order_relaxed)) return false;
   std::lock_guard lock(s.mutex);
   for (auto const& [name, selected] : s.selection.facilities)
     if (name == facility) return level <= selected;

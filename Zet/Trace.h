@@ -7,6 +7,7 @@
 // selected for its facility; with ZET_TRACE unset nothing is written. Lines go
 // to standard error, one per trace, unless a sink is installed.
 
+#include <atomic>
 #include <functional>
 #include <sstream>
 #include <string_view>
@@ -15,17 +16,31 @@
 
 namespace Zet {
 
+namespace detail {
+// The highest level any facility selects (-1: none), or INT_MAX until
+// ZET_TRACE has been read: a trace above it is refused inline.
+extern std::atomic<int> traceHighestLevel;
+}  // namespace detail
+
 class Trace {
  public:
   using Sink = std::function<void(std::string_view facility, int level, std::string_view line)>;
 
-  static bool isEnabled(std::string_view facility, int level);
+  // Whether a line of this facility and level is written. Traces sit on
+  // every path of the state machines: one that is not selected costs a
+  // load and a comparison.
+  static bool isEnabled(std::string_view facility, int level) {
+    return level <= detail::traceHighestLevel.load(std::memory_order_relaxed) && isSelected(facility, level);
+  }
   // Replaces the selection (same syntax as ZET_TRACE).
   static void configIs(std::string_view selection);
   // Installs a sink receiving every written line; an empty sink restores
   // standard error. Returns the previous sink.
   static Sink sinkIs(Sink sink);
   static void write(std::string_view facility, int level, std::string_view line);
+
+ private:
+  static bool isSelected(std::string_view facility, int level);
 };
 
 // One trace line, written when the object goes out of scope.

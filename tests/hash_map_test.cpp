@@ -127,6 +127,20 @@ TEST(HashMap, WalkSurvivesDeletingTheMemberItStandsOnAndOthers) {
   EXPECT_TRUE(map.isConsistent());
 }
 
+TEST(HashMap, AWalkSeesAheadTheMemberItWillReachOrNothing) {
+  HashMap<int> map;
+  for (int i = 0; i < 10; ++i) map.insert(numbered("m", i), i);
+  map.erase(numbered("m", 5));
+  auto it = map.begin();
+  ASSERT_TRUE(it.ahead(4));
+  EXPECT_EQ(it.ahead(4)->value(), 4);
+  EXPECT_EQ(it.ahead(5), nullptr) << "an erased member's place";
+  EXPECT_EQ(it.ahead(9)->value(), 9);
+  EXPECT_EQ(it.ahead(10), nullptr) << "past the last place";
+  EXPECT_EQ(it.ahead(SIZE_MAX), nullptr);
+  EXPECT_EQ(map.end().ahead(0), nullptr);
+}
+
 TEST(HashMap, BookmarksOutliveClearsAndTheMapItself) {
   auto* map = new HashMap<std::string>;
   for (int i = 0; i < 10; ++i) map->insert(numbered("k", i), "v");
