@@ -14,7 +14,8 @@ std::unordered_map<AgentEnvStatusDir const*, AgentEnvMonitorDirSm*>& monitorsByS
   return monitors;
 }
 
-Name monitorActivityName(Name const& name) { return Name(name + "Monitor"); }
+constexpr std::string_view kActivitySuffix = "Monitor";
+Name monitorActivityName(Name const& name) { return Name(name + kActivitySuffix); }
 
 // How many statuses ahead of the one monitored a walk asks for the slots
 // the monitoring will look up.
@@ -46,12 +47,17 @@ void AgentEnvMonitorDirSm::handleStatus() {
 void AgentEnvMonitorDirSm::prefetchFor(Name const& name) const {
   monitors_.prefetch(name);
   configDir_->agentEnvConfigs().prefetch(name);
+  std::string activity = name.str();
+  activity += kActivitySuffix;
+  ActivityFacility::activityManagerConfig()->activityConfigs().prefetchText(activity);
 }
 
-void AgentEnvMonitorDirSm::handleStatus(Name const& name) { monitor(name, statusDir()->agentEnvStatus(name)); }
+void AgentEnvMonitorDirSm::handleStatus(Name const& name) {
+  prefetchFor(name);
+  monitor(name, statusDir()->agentEnvStatus(name));
+}
 
 void AgentEnvMonitorDirSm::monitor(Name const& name, Ptr<AgentEnvStatus const> const& status) {
-  prefetchFor(name);
   Ptr<AgentEnvConfig const> config = status ? configDir_->agentEnvConfig(name) : nullptr;
   if (!config) return statusSmDel(name);
   // The activity is looked up only for a monitor still to be made.

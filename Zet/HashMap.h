@@ -98,9 +98,9 @@ class HashMap {
   // far larger than the cache each lookup waits for memory: a caller about
   // to look up in several such maps asks for their slots first, so that the
   // waits overlap.
-  void prefetch(Key const& key) const {
-    if (index_) __builtin_prefetch(&index_[hashOf(key) & (indexSize() - 1)]);
-  }
+  void prefetch(Key const& key) const { prefetchSlot(hashOf(key)); }
+  // The same for the key with this text, not made yet.
+  void prefetchText(std::string_view text) const { prefetchSlot(spreadHash(String8::hashOf(text))); }
   // A pointer to the value for key, or null.
   Stored* find(Key const& key) const {
     Member* m = member(key);
@@ -315,6 +315,9 @@ class HashMap {
   }
 
   size_t indexSize() const { return index_ ? size_t(1) << indexLog_ : 0; }
+  void prefetchSlot(size_t h) const {
+    if (index_) __builtin_prefetch(&index_[h & (indexSize() - 1)]);
+  }
 
   size_t findKey(size_t h, Key const& key) const {
     return findSlot(h, [&key](Member const& m) { return m.key() == key; });
