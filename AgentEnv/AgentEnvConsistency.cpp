@@ -10,11 +10,15 @@ std::string_view lastName(EntityUri const& uri) {
   return uri.entityPath().lastNameText();
 }
 
+// The text a path is compared by as an ancestor.
+String8 ancestorText(EntityUriPath const& ancestor) { return ancestor.removeTrailingSlash().text(); }
+
 // Whether `ancestor` is a proper ancestor path of `path`.
 bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
-  std::string_view a = ancestor.removeTrailingSlash().text().view(), p = path.text().view();
-  if (a.empty() || a.size() >= p.size() || !p.starts_with(a)) return false;
-  return a == "/" || p[a.size()] == '/';
+  String8 a = ancestorText(ancestor);
+  std::string_view p = path.text().view();
+  if (a.isEmpty() || a.size() >= p.size() || !p.starts_with(a.view())) return false;
+  return a.view() == "/" || p[a.size()] == '/';
 }
 
 std::string quoted(std::string_view text) {
@@ -26,6 +30,10 @@ std::string quoted(std::string_view text) {
 ConsistencyRefusal refusal(Sc code, std::string trace) { return {code, std::move(trace)}; }
 
 }  // namespace
+
+bool mayBeAncestorPath(EntityUriPath const& ancestor, size_t pathSize) {
+  return ancestorText(ancestor).size() < pathSize;
+}
 
 std::optional<ConsistencyRefusal> consistencyRefusal(ConsistencyCase const& c) {
   EntityUri const& source0 = c.config.source0();

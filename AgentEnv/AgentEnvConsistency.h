@@ -30,4 +30,9 @@ struct ConsistencyCase {
 // The first rule the case breaks, or none.
 std::optional<ConsistencyRefusal> consistencyRefusal(ConsistencyCase const& c);
 
+// Whether `ancestor` can be a proper ancestor of a path `pathSize`
+// characters long: where it cannot, the rules pass whatever path is in
+// effect, and a caller may leave that path unmade (empty).
+bool mayBeAncestorPath(EntityUriPath const& ancestor, size_t pathSize);
+
 }  // namespace Zet

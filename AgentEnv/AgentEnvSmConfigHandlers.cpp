@@ -159,7 +159,11 @@ void AgentEnvSm::handleConsistencyCheck() {
     SM_TRACE(0) << ": Bad mode: " << static_cast<unsigned>(mode_);
     return;
   }
-  EntityUriPath target = configTarget(), inEffect = targetInEffect();
+  // The path in effect is made only where the target could be its
+  // ancestor: nearly every check finds the target where the entity is.
+  EntityUriPath target = configTarget();
+  bool inEffectMatters = targetDir_ && mayBeAncestorPath(target, targetDir_->fullNameSize(targetName_.view()));
+  EntityUriPath inEffect = inEffectMatters ? targetInEffect() : EntityUriPath();
   auto refused = consistencyRefusal({mode_, *config_, rootConfig()->source0(), sourcePre0(), target, inEffect});
   if (refused) return doRefuseChange(refused->code, [&] { SM_TRACE(0) << refused->trace; });
   consistencyIs(consistent);

@@ -60,24 +60,29 @@ std::vector<String8> Entity::zetAuditErrors() const {
   return failed;
 }
 
-// Walks up once to size the text, then writes the names from the end, so a
-// tree of any depth is named without recursion in one allocation.
-String8 Entity::fullName(std::string_view child) const {
-  if (!parent() && child.empty()) return name_;
+size_t Entity::fullNameSize(std::string_view child) const {
+  if (!parent() && child.empty()) return name_.size();
   size_t size = child.empty() ? 0 : child.size() + 1;
   Entity const* top = this;
   for (; top->parent(); top = top->parent()) size += top->name_.size() + 1;
-  bool rootIsSlash = top->name_.view() == "/";
-  if (!rootIsSlash) size += top->name_.size();
+  return top->name_.view() == "/" ? size : size + top->name_.size();
+}
+
+// Walks up once to size the text, then writes the names from the end, so a
+// tree of any depth is named without recursion in one allocation. A root
+// named "/" is the leading separator itself.
+String8 Entity::fullName(std::string_view child) const {
+  if (!parent() && child.empty()) return name_;
+  size_t size = fullNameSize(child);
   std::string path(size, '/');
   size_t end = size - child.size();
   path.replace(end, child.size(), child);
   if (!child.empty()) --end;  // the separator, already '/'
-  for (Entity const* at = this; at != top || !rootIsSlash; at = at->parent()) {
+  for (Entity const* at = this; at->parent() || at->name_.view() != "/"; at = at->parent()) {
     std::string_view name = at->name_.view();
     end -= name.size();
     path.replace(end, name.size(), name);
-    if (at == top) break;
+    if (!at->parent()) break;
     --end;  // the separator, already '/'
   }
   return String8(path);

@@ -124,6 +124,8 @@ class Entity : public PtrInterface, public Notifier {
   // Names from the root down to this entity, '/'-separated; given `child`,
   // the full name of a child of that name.
   String8 fullName(std::string_view child = {}) const;
+  // The length of that name, without making it.
+  size_t fullNameSize(std::string_view child = {}) const;
 
  protected:
   Entity(Name name, Entity* parent) : name_(std::move(name)), parentAndFlags_(reinterpret_cast<uintptr_t>(parent)) {}

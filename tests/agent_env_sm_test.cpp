@@ -290,6 +290,14 @@ TEST_F(AgentEnvSmTest, ModesAreKeptAndChangesThatCannotApplyAreRefused) {
   configs->agentEnvConfig(Name("deep"))->targetIs(EntityUriPath(String8(path("g/a"))));
   EXPECT_EQ(code("deep"), St::grandparent);
   EXPECT_EQ(message("deep"), "tried to create a grandparent");
+  // An ancestor written with a trailing slash is one all the same; a path
+  // as long as the entity's, or longer, is none.
+  entry("slash", {.target = path("h/a/b"), .typeName = "Zet::Dir"});
+  configs->agentEnvConfig(Name("slash"))->targetIs(EntityUriPath(String8(path("h/a/"))));
+  EXPECT_EQ(code("slash"), St::grandparent);
+  entry("sibling", {.target = path("i/a/b"), .typeName = "Zet::Dir"});
+  configs->agentEnvConfig(Name("sibling"))->targetIs(EntityUriPath(String8(path("i/a/c"))));
+  EXPECT_NE(code("sibling"), St::grandparent);
 }
 
 TEST_F(AgentEnvSmTest, NestedConfigsMayNotOverrideWhatTheirAggregateProvides) {

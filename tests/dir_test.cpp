@@ -50,6 +50,8 @@ TEST(Dir, AnAgentBuildsItsTreeByTypeNameAndWalksIt) {
   EXPECT_EQ(deep->fullName(), "/AgentEnv/a/b");
   EXPECT_EQ(deep->fullName("c"), "/AgentEnv/a/b/c");
   EXPECT_EQ(globalDir()->fullName("c"), "/c");
+  for (Ptr<Entity> const& at : {Ptr<Entity>(deep), Ptr<Entity>(globalDir())})
+    for (std::string_view child : {"", "c"}) EXPECT_EQ(at->fullNameSize(child), at->fullName(child).size());
   EXPECT_EQ(deep->entityRef("/AgentEnv/AgentEnvConfigDir"), config);
   EXPECT_EQ(globalDir()->entityRef("AgentEnv//AgentEnvConfigDir/"), config);
   EXPECT_EQ(deep->entityRef(EntityUriPath("/AgentEnv/AgentEnvConfigDir")), config);
@@ -99,6 +101,8 @@ TEST(Dir, AWalkerWaitsForAnEntryToBecomeCurrent) {
   EXPECT_EQ(root->entityRef("/mnt/inside"), inside);
   EXPECT_EQ(inside->fullName(), "root/mnt/inside");
   EXPECT_EQ(root->fullName("mnt"), "root/mnt");
+  EXPECT_EQ(inside->fullNameSize(), inside->fullName().size());
+  EXPECT_EQ(root->fullNameSize(), root->fullName().size());
   // A link up the tree is walked like any entry but never adopted: the
   // parent links stay a tree.
   arrived->entryIs("up", root);
