@@ -1,5 +1,6 @@
 #include "AgentEnv/AgentEnvMonitorDirSm.h"
 
+#include <string>
 #include <unordered_map>
 
 #include "Zet/ConstructorParameter.h"
@@ -14,8 +15,9 @@ std::unordered_map<AgentEnvStatusDir const*, AgentEnvMonitorDirSm*>& monitorsByS
   return monitors;
 }
 
-constexpr std::string_view kActivitySuffix = "Monitor";
-Name monitorActivityName(Name const& name) { return Name(name + kActivitySuffix); }
+// The activity a monitor runs under: an entry named e1 is monitored under e1Monitor.
+std::string monitorActivityText(Name const& name) { return name.str() + "Monitor"; }
+Name monitorActivityName(Name const& name) { return Name(monitorActivityText(name)); }
 
 // How many statuses ahead of the one monitored a walk asks for the slots
 // the monitoring will look up.
@@ -47,9 +49,7 @@ void AgentEnvMonitorDirSm::handleStatus() {
 void AgentEnvMonitorDirSm::prefetchFor(Name const& name) const {
   monitors_.prefetch(name);
   configDir_->agentEnvConfigs().prefetch(name);
-  std::string activity = name.str();
-  activity += kActivitySuffix;
-  ActivityFacility::activityManagerConfig()->activityConfigs().prefetchText(activity);
+  ActivityFacility::activityManagerConfig()->activityConfigs().prefetchText(monitorActivityText(name));
 }
 
 void AgentEnvMonitorDirSm::handleStatus(Name const& name) {
