@@ -6,6 +6,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <string_view>
 #include <vector>
 
 #include "AgentEnv/AgentEnvMode.h"
@@ -29,17 +30,17 @@ std::string text(E value) {
 // Colour only for a person at a terminal, and never when NO_COLOR is set.
 bool colourWanted() { return ::isatty(STDOUT_FILENO) && System::getenv("NO_COLOR").isEmpty(); }
 
-std::string coloured(std::string const& status) {
+std::string coloured(std::string_view status) {
   char const* code = status == "initialized"                 ? "32"
                      : status == "fail" || status == "error" ? "31"
                      : status == "inProgress"                ? "33"
                      : status == "unsupported"               ? "35"
                                                              : nullptr;
-  return code ? std::string("\033[") + code + "m" + status + "\033[0m" : status;
+  return code ? std::string("\033[") + code + "m" + std::string(status) + "\033[0m" : std::string(status);
 }
 
 // A message on one line: "a\nb" reads "a; b", "a:\n\tb" reads "a: b".
-std::string oneLine(std::string const& text) {
+std::string oneLine(std::string_view text) {
   std::string out;
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] != '\n') {
@@ -95,19 +96,21 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, 
 
 StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, AgentEnvStatusDir const& statuses) {
   bool failed = showsReason(s);
-  StatusRow row;
-  row.entry = s.name().str();
-  row.mode = config ? text(modeAskedFor(*config)) : "";
-  row.status = text(s.individualStatus());
-  row.group = text(s.groupStatus());
-  row.code = failed ? text(s.statusCode()) : "";
-  row.message = failed ? AgentEnv::statusMessage(&s, config).str() : "";
-  row.currentSource = s.currentSource().text().str();
-  row.reason = s.reason().str();
-  if (config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig())
-    row.listensOn = endpointText(*config);
-  if (config && s.individualStatus() == AgentEnvStatus::notApplicable) row.waitingFor = waitingFor(*config, statuses);
-  return row;
+  bool listens = config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig();
+  // Each field is made in place: rows are made by the million.
+  return StatusRow{
+      .entry = s.name().str(),
+      .mode = config ? text(modeAskedFor(*config)) : std::string(),
+      .status = text(s.individualStatus()),
+      .group = text(s.groupStatus()),
+      .code = failed ? text(s.statusCode()) : std::string(),
+      .message = failed ? AgentEnv::statusMessage(&s, config).str() : std::string(),
+      .currentSource = s.currentSource().text().str(),
+      .reason = s.reason().str(),
+      .listensOn = listens ? endpointText(*config) : std::string(),
+      .waitingFor = config && s.individualStatus() == AgentEnvStatus::notApplicable ? waitingFor(*config, statuses)
+                                                                                     : std::string(),
+  };
 }
 
 // How many rows or members ahead of the one being read their memory is
@@ -171,56 +174,113 @@ void printStatusJson(StatusRows const& rows, std::ostream& out) {
 
 namespace {
 
-using Cells = std::array<std::string, 8>;
-Cells const kHeading{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"};
+constexpr size_t kColumns = 8;
+using Texts = std::array<std::string_view, kColumns>;
+Texts const kHeading{"ENTRY", "MODE", "STATUS", "GROUP", "CODE", "MESSAGE", "SOURCE", "REASON"};
 
-Cells cells(StatusRow const& r) {
-  std::string message = r.waitingFor.empty() ? oneLine(r.message) : "waiting for '" + r.waitingFor + "'";
-  return {r.entry,
-          r.mode,
-          r.status,
-          r.group,
-          r.code,
-          printable(message),
-          printable(r.listensOn.empty() ? r.currentSource : r.listensOn),
-          printable(oneLine(r.reason))};
+bool hasControlByte(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
+
+// One row as the table shows it. A cell views the row's own text, which is
+// fit to show as it stands nearly always; a text with control bytes (a
+// message on several lines, say) is shown through a changed copy.
+class Cells {
+ public:
+  Cells(StatusRows const& rows, size_t i) : row_(rows[i]) {
+    if (!row_.waitingFor.empty()) message_ = "waiting for '" + row_.waitingFor + "'";
+    std::string_view message = row_.waitingFor.empty() ? std::string_view(row_.message) : message_;
+    std::string_view source = row_.listensOn.empty() ? row_.currentSource : row_.listensOn;
+    texts_ = {row_.entry,
+              row_.mode,
+              row_.status,
+              row_.group,
+              row_.code,
+              shown(message, message_, kOnOneLine),
+              shown(source, source_, kAsItStands),
+              shown(row_.reason, reason_, kOnOneLine)};
+  }
+  Cells(Cells const&) = delete;
+  Cells& operator=(Cells const&) = delete;
+
+  Texts const& texts() const { return texts_; }
+
+ private:
+  enum Lines { kAsItStands, kOnOneLine };
+  static std::string_view shown(std::string_view text, std::string& copy, Lines lines) {
+    if (!hasControlByte(text)) return text;
+    copy = printable(lines == kOnOneLine ? oneLine(text) : text);
+    return copy;
+  }
+
+  StatusRow row_;
+  std::string message_, source_, reason_;  // the copies shown instead, when made
+  Texts texts_;
+};
+
+// Lines are gathered in a buffer and written to the stream a block at a
+// time: a table of a million rows is one write call per block, not per row.
+class TableWriter {
+ public:
+  TableWriter(std::ostream& out, std::array<size_t, kColumns> const& width, size_t columns)
+      : out_(out), width_(width), columns_(columns), colour_(colourWanted()) {}
+  ~TableWriter() { flush(); }
+
+  // The cells of one line, each padded to its column's width; the line ends
+  // with its last cell that has text, trailing spaces trimmed.
+  void line(Texts const& cells) {
+    size_t last = columns_;
+    while (last > 0 && cells[last - 1].empty()) --last;
+    size_t start = buffer_.size();
+    for (size_t i = 0; i < last; ++i) {
+      if (colour_ && (i == 2 || i == 3))
+        buffer_ += coloured(cells[i]);
+      else
+        buffer_ += cells[i];
+      if (i + 1 < last) buffer_.append(width_[i] - cells[i].size() + 2, ' ');
+    }
+    while (buffer_.size() > start && buffer_.back() == ' ') buffer_.pop_back();
+    buffer_ += '\n';
+    if (buffer_.size() >= kBlockBytes) flush();
+  }
+
+ private:
+  static constexpr size_t kBlockBytes = 64 * 1024;
+  void flush() {
+    out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+    buffer_.clear();
+  }
+
+  std::ostream& out_;
+  std::array<size_t, kColumns> const& width_;
+  size_t columns_;
+  bool colour_;
+  std::string buffer_;
+};
 
 }  // namespace
 
 // Two passes over the rows, the first for the widths of the columns, so
 // that no more than a row is held at a time.
 void printStatusTable(StatusRows const& rows, std::ostream& out) {
-  std::array<size_t, 8> width{};
+  std::array<size_t, kColumns> width{};
   bool anyReason = false;
-  auto widen = [&](Cells const& row) {
-    for (size_t i = 0; i < row.size(); ++i) width[i] = std::max(width[i], row[i].size());
+  auto widen = [&](Texts const& cells) {
+    for (size_t i = 0; i < kColumns; ++i) width[i] = std::max(width[i], cells[i].size());
   };
   widen(kHeading);
   for (size_t r = 0; r < rows.size(); ++r) {
     rows.prefetch(r + kReadAhead);
-    Cells row = cells(rows[r]);
-    anyReason = anyReason || !row.back().empty();
-    widen(row);
+    Cells row(rows, r);
+    anyReason = anyReason || !row.texts().back().empty();
+    widen(row.texts());
   }
   // REASON is shown only when an entry has one.
-  size_t columns = anyReason ? kHeading.size() : kHeading.size() - 1;
-  bool colour = colourWanted();
-  std::string line;
-  auto print = [&](Cells const& row) {
-    line.clear();
-    for (size_t i = 0; i < columns; ++i) {
-      line += colour && (i == 2 || i == 3) ? coloured(row[i]) : row[i];
-      if (i + 1 < columns) line.append(width[i] - row[i].size() + 2, ' ');
-    }
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    line += '\n';
-    out << line;
-  };
-  print(kHeading);
+  TableWriter writer(out, width, anyReason ? kColumns : kColumns - 1);
+  writer.line(kHeading);
   for (size_t r = 0; r < rows.size(); ++r) {
     rows.prefetch(r + kReadAhead);
-    print(cells(rows[r]));
+    writer.line(Cells(rows, r).texts());
   }
 }
 

@@ -346,6 +346,19 @@ TEST(AgentenvRun, UntilSettledStopsOnItsOwnWithTheRightStatus) {
   std::string reports = cycle.restOfErr();
   EXPECT_NE(reports.find("cycle.conf: first: "), std::string::npos) << reports;
 
+  // A control byte of a source reaches the table escaped, and the columns
+  // stay aligned after it.
+  std::ofstream(demo.dir + "/esc.conf") << "x { source0 = \"tcp://127.0.0.1:1/a\x1b[2J\"; target = \"/x\"; }\n"
+                                        << "y { target = \"/y\"; typeName = \"Zet::Dir\"; }\n";
+  ChildProcess escaped(run({"--until-settled", "--control", "unix:" + demo.dir + "/x.sock", demo.dir + "/esc.conf"}));
+  EXPECT_EQ(escaped.wait(), 1);
+  std::string escapedTable = escaped.restOfOut();
+  EXPECT_EQ(escapedTable.find('\x1b'), std::string::npos) << escapedTable;
+  size_t source = escapedTable.find("SOURCE"), escapedSource = escapedTable.find("tcp://127.0.0.1:1/a\\x1b[2J  ");
+  ASSERT_NE(escapedSource, std::string::npos) << escapedTable;
+  EXPECT_EQ(escapedSource - escapedTable.find("\nx "), source + 1) << escapedTable;
+  EXPECT_EQ(row(escapedTable, "y"), "y instantiate initialized initialized");
+
   ChildProcess exporter(
       run({"--until-settled", "--control", "unix:" + demo.dir + "/e.sock", "-D", "PORT=" + std::to_string(demo.port),
            "-D", "SOCKET=" + demo.socket, kExamples + "/demo/exporter.conf"}));
