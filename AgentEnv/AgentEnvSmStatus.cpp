@@ -2,6 +2,7 @@
 // aggregate's state machine, and the outcomes the other parts write.
 
 #include "AgentEnv/AgentEnvSm.h"
+#include "AgentEnv/AgentEnvSmReactors.h"
 #include "AgentEnv/AgentEnvSmTrace.h"
 
 namespace Zet {
@@ -37,7 +38,9 @@ void AgentEnvSm::doComputeGroupStatus() {
   if (!status_) return;
   using St = AgentEnvStatus;
   St::Status s = status_->individualStatus();
-  auto count = [this](St::Status set) { return statusSet(set).size(); };
+  // Most entries have no nested configs, and so no sets.
+  StatusSets const* sets = extras_ ? extras_->statusSets.get() : nullptr;
+  auto count = [sets](St::Status set) { return sets ? sets->sets[set].size() : 0; };
   size_t nested = config_ ? config_->nestedConfigs().size() : 0;
   St::Status group;
   if (count(St::unsupported) > 0 || s == St::unsupported)

@@ -95,7 +95,9 @@ class Entity : public PtrInterface, public Notifier {
     };
 
    private:
-    static thread_local int depth_;
+    // Read on every attribute write: the initial-exec model reaches it at a
+    // fixed offset from the thread pointer instead of through a call.
+    [[gnu::tls_model("initial-exec")]] static thread_local int depth_;
   };
   bool isMirror() const { return flag(kMirror); }
   void mirrorIs(bool v) { flagIs(kMirror, v); }

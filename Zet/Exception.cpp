@@ -4,7 +4,9 @@
 
 namespace Zet {
 namespace {
-thread_local uint32_t expectedKinds = 0;
+// Read on every Expect scope (one per instantiation attempt): the
+// initial-exec model reaches it without a call.
+[[gnu::tls_model("initial-exec")]] thread_local uint32_t expectedKinds = 0;
 }
 
 Exception::Exception(String8 text, uint32_t kinds) : text_(std::move(text)), kinds_(kinds | kException) {

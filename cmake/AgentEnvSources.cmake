@@ -17,6 +17,7 @@ target_include_directories(zetAgentEnv PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 set_target_properties(zetAgentEnv PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+target_link_options(zetAgentEnv PRIVATE ${ZET_BIND_OWN_FUNCTIONS})
 
 # Build identifier, copyright line and compiler options for AgentEnvVersion.
 find_package(Git QUIET)
