@@ -23,8 +23,8 @@ struct ConsistencyCase {
   AgentEnvConfig const& config;      // the config as it now stands
   EntityUri const& rootSource0;      // source0 of the config's root (itself, or its aggregate)
   EntityUri const& realisedSource0;  // the source0 the entry was realised from (empty when none)
-  EntityUriPath const& target;       // where the config now puts the entity
-  EntityUriPath const& inEffect;     // where the realised entity is (empty when none)
+  EntityUriPath const& target;       // where the config now puts the entity (read unless init)
+  EntityUriPath const& inEffect;     // where the realised entity is (empty when none; read unless init)
 };
 
 // The first rule the case breaks, or none.

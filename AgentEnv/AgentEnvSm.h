@@ -319,7 +319,7 @@ class AgentEnvSm : public Entity, public Reactor {
   // left there (of the config's type, untouched since): then it is taken over.
   bool doTakeOverLeftEntity();
   void doAggregateInstantiated();
-  Ptr<Dir> stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs);
+  Ptr<Dir> stepDown(Ptr<Dir> const& dir, std::string_view name, bool createParentDirs);
   bool doMemberMountingAttempt();
   // The status follows a mount status: its entity and the outcome its state
   // and code mean.

@@ -159,10 +159,12 @@ void AgentEnvSm::handleConsistencyCheck() {
     SM_TRACE(0) << ": Bad mode: " << static_cast<unsigned>(mode_);
     return;
   }
-  // The path in effect is made only where the target could be its
-  // ancestor: nearly every check finds the target where the entity is.
-  EntityUriPath target = configTarget();
-  bool inEffectMatters = targetDir_ && mayBeAncestorPath(target, targetDir_->fullNameSize(targetName_.view()));
+  // The paths are compared only once something is realised, and the path
+  // in effect is made only where the target could be its ancestor: nearly
+  // every check finds the target where the entity is.
+  EntityUriPath target = mode_ == init ? EntityUriPath() : configTarget();
+  bool inEffectMatters =
+      mode_ != init && targetDir_ && mayBeAncestorPath(target, targetDir_->fullNameSize(targetName_.view()));
   EntityUriPath inEffect = inEffectMatters ? targetInEffect() : EntityUriPath();
   auto refused = consistencyRefusal({mode_, *config_, rootConfig()->source0(), sourcePre0(), target, inEffect});
   if (refused) return doRefuseChange(refused->code, [&] { SM_TRACE(0) << refused->trace; });

@@ -121,7 +121,7 @@ bool AgentEnvSm::setupTargetPath(Ptr<Dir> const& dir, EntityUriPath const& path,
   EntityUriPath target = path.removeTrailingSlash();
   Ptr<Dir> at = dir;
   for (std::string_view parent : target.parentNameTexts()) {
-    at = stepDown(at, Name(parent), createParentDirs);
+    at = stepDown(at, parent, createParentDirs);
     if (!at) return false;
   }
   SM_TRACE(2) << ": Parsed target is " << target;
@@ -139,8 +139,10 @@ Name AgentEnvSm::lastNameOf(EntityUriPath const& target) const {
 // One step of the target walk: the directory `name` in `dir`, made when
 // missing and allowed. Null when the walk cannot go on, with the status
 // written, or while the entry waits to become current (watched meanwhile).
-Ptr<Dir> AgentEnvSm::stepDown(Ptr<Dir> const& dir, Name const& name, bool createParentDirs) {
-  Ptr<Dir::Entry> entry = dir->entry(name);
+// The name is made only for a directory still to be made.
+Ptr<Dir> AgentEnvSm::stepDown(Ptr<Dir> const& dir, std::string_view name, bool createParentDirs) {
+  auto const* member = dir->entries().memberByText(name);
+  Ptr<Dir::Entry> entry = member ? member->value() : nullptr;
   if (entry && entry->status() != Dir::Entry::Status::current) {
     SM_TRACE(2) << ": Directory entry '" << name << "' is not 'current'";
     dirEntryIs(entry);
@@ -159,7 +161,7 @@ Ptr<Dir> AgentEnvSm::stepDown(Ptr<Dir> const& dir, Name const& name, bool create
       return nullptr;
     }
     Expect expected(kNameInUseException | kPermissionException);
-    return dir->dirIs(name);
+    return dir->dirIs(Name(name));
   } catch (PermissionException const&) {
     SM_TRACE(0) << ": Error: Permission exception because remote ancestor dir " << dir->fullName() << " has no entry";
     outcomeIs(AgentEnvStatus::mountEntityNotFound, AgentEnvStatus::error);

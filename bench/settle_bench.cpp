@@ -6,8 +6,10 @@
 //   chain        100k entries, each depending on the one before
 //   aggregates   1k aggregates of 100 entries (the aggregate and 99 members)
 // The ratios printed at the end tell how the time grows with the number of
-// entries and what a chain or an aggregate costs per entry beside
-// independent entries.
+// entries, what a chain or an aggregate costs per entry beside independent
+// entries, and how settling 1M entries compares with libconfig++ merely
+// parsing 1M entries of the parse benchmark's files (TwinFiles.h), timed in
+// the same run.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -25,6 +27,7 @@
 #include <string>
 
 #include "bench/TimesReporter.h"
+#include "bench/TwinFiles.h"
 
 extern char** environ;
 
@@ -158,6 +161,14 @@ BENCHMARK_CAPTURE(settle, aggregates, Shape::aggregates)
     ->Iterations(3)
     ->Unit(benchmark::kMillisecond);
 
+#ifdef ZET_HAVE_LIBCONFIGXX
+void libconfigParse(benchmark::State& state) {
+  TwinFiles::FileSet const& f = TwinFiles::files(static_cast<int>(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(TwinFiles::libconfigParse(f));
+}
+BENCHMARK(libconfigParse)->Name("libconfig++_parse")->Arg(1000000)->Iterations(3)->Unit(benchmark::kMillisecond);
+#endif
+
 // How the time grows with the entries, and what the shapes cost beside
 // independent entries.
 void printRatios(TimesReporter const& times) {
@@ -170,6 +181,9 @@ void printRatios(TimesReporter const& times) {
   ratio("growth 100k -> 1M (independent)", "independent/1000000", "independent/100000");
   ratio("chain / independent at 100k", "chain/100000", "independent/100000");
   ratio("aggregates / independent at 100k", "aggregates/100000", "independent/100000");
+  double settled = times.seconds("settle/independent/1000000/iterations:3/manual_time");
+  double parsed = times.seconds("libconfig++_parse/1000000/iterations:3");
+  if (settled > 0 && parsed > 0) std::printf("%-34s %.2f\n", "settle 1M / libconfig++ parse 1M", settled / parsed);
 }
 
 }  // namespace
