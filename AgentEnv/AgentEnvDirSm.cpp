@@ -48,10 +48,21 @@ void AgentEnvDirSm::notifierIs(Ptr<Entity const> const& dir) {
 
 void AgentEnvDirSm::handleConfig() {
   if (!configDir_) return;
+  reserveFor(configDir_->agentEnvConfigCount());
   for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) {
     if (auto const* next = it.ahead(kReadAhead)) prefetchFor(next->key());
     handleConfig(it->key(), it->value());
   }
+}
+
+// A machine to make has a status and an activity to make too; their
+// indexes are sized for all of them at once rather than doubled on the way.
+void AgentEnvDirSm::reserveFor(size_t configs) {
+  size_t toMake = configs > sms_.size() ? configs - sms_.size() : 0;
+  Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
+  activities->activityConfigReserve(activities->activityConfigCount() + toMake);
+  sms_.reserve(sms_.size() + toMake);
+  statusDir_->agentEnvStatusReserve(statusDir_->agentEnvStatusCount() + toMake);
 }
 
 void AgentEnvDirSm::prefetchFor(Name const& name) const {

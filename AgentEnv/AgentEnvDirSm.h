@@ -93,6 +93,8 @@ class AgentEnvDirSm : public PtrInterface, public AgentEnvConfigDir::NotifieeCon
   // large agent each lookup misses the cache, and asked for together (or
   // ahead, in a walk) the misses overlap.
   void prefetchFor(Name const& name) const;
+  // Sizes the indexes a walk over `configs` configs fills.
+  void reserveFor(size_t configs);
   void remove(Name const& name);
   void wakeDependents(Name const& name);
   void forgetMissingDependency(Name const& dependent);

@@ -40,6 +40,13 @@ AgentEnvMonitorDirSm::~AgentEnvMonitorDirSm() {
 }
 
 void AgentEnvMonitorDirSm::handleStatus() {
+  // Each monitor to make has an activity to make too: their indexes are
+  // sized for all of them at once rather than doubled on the way.
+  size_t statuses = statusDir()->agentEnvStatusCount();
+  size_t toMake = statuses > monitors_.size() ? statuses - monitors_.size() : 0;
+  Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
+  activities->activityConfigReserve(activities->activityConfigCount() + toMake);
+  monitors_.reserve(monitors_.size() + toMake);
   for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) {
     if (auto const* next = it.ahead(kReadAhead)) prefetchFor(next->key());
     monitor(Name(it->key()), it->value());

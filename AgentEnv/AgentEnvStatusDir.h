@@ -20,6 +20,8 @@ class AgentEnvStatusDir : public MemberDir<AgentEnvStatus> {
   Ptr<AgentEnvStatus> agentEnvStatus(Name const& name) const { return member(name); }
   size_t agentEnvStatusCount() const { return memberCount(); }
   HashMap<Ptr<AgentEnvStatus>, KeyedByName> const& agentEnvStatuses() const { return members(); }
+  // Room for that many statuses in all, made at once (see HashMap::reserve).
+  void agentEnvStatusReserve(size_t statuses) { memberReserve(statuses); }
 
   // The status of that name; a new one (notifying onAgentEnvStatus) when
   // there is none. RangeException "null ValidPtr" if none could be made.

@@ -55,6 +55,8 @@ class ActivityManagerConfig : public PtrInterface {
   Ptr<ActivityConfig> activityConfigDel(Name const& name);
   size_t activityConfigCount() const { return configs_.size(); }
   HashMap<Ptr<ActivityConfig>, KeyedByName> const& activityConfigs() const { return configs_; }
+  // Room for that many configs in all, made at once (see HashMap::reserve).
+  void activityConfigReserve(size_t configs) { configs_.reserve(configs); }
 
  protected:
   ~ActivityManagerConfig() override = default;

@@ -16,6 +16,7 @@
 // member it stands on (or any other). Members inserted during a walk may or
 // may not be visited by it. Not thread-safe.
 
+#include <algorithm>
 #include <bit>
 #include <cassert>
 #include <cstddef>
@@ -139,6 +140,18 @@ class HashMap {
     if (!m) return add(h, key, std::move(value))->value_;
     checkNames(key, value);
     return m->value_ = std::move(value);
+  }
+
+  // Sizes the index for `members` members at once: inserting up to that
+  // many grows it no further. A caller about to insert a known number of
+  // members saves the doublings on the way, each a new array and a pass
+  // over every slot.
+  void reserve(size_t members) {
+    members = std::min<size_t>(members, kMaxPlaces);
+    if (members == 0 || fits(members, indexSize())) return;
+    unsigned log = std::max<unsigned>(indexLog_, kMinIndexLog);
+    while (!fits(members, size_t(1) << log)) ++log;
+    resizeIndex(log);
   }
 
   // Removes the member with this key; returns whether there was one.
@@ -345,7 +358,7 @@ class HashMap {
 
   Member* add(size_t h, Key const& key, Value value) {
     checkNames(key, value);
-    if ((size_ + 1) * 4 > indexSize() * 3) growIndex();
+    if (!fits(size_ + 1, indexSize())) resizeIndex(index_ ? indexLog_ + 1 : kMinIndexLog);
     uint32_t position = takePlace();
     Place& at = place(position);
     try {
@@ -413,11 +426,15 @@ class HashMap {
     index_[hole] = {0, 0};
   }
 
-  // Twice the slots; the slots move by the hash bits they keep (the index
-  // never has more than 2^32 slots, so those bits are enough).
-  void growIndex() {
+  // Whether an index of `slots` slots holds `members` members: at most
+  // three quarters of it are taken.
+  static bool fits(size_t members, size_t slots) { return members * 4 <= slots * 3; }
+
+  // An index of 2^log slots; the slots move by the hash bits they keep (the
+  // index never has more than 2^32 slots, so those bits are enough).
+  void resizeIndex(unsigned log) {
     size_t oldSize = indexSize();
-    unsigned oldLog = indexLog_, log = index_ ? indexLog_ + 1 : kMinIndexLog;
+    unsigned oldLog = indexLog_;
     Slot* old = std::exchange(index_, static_cast<Slot*>(BlockPool::allocateArray(indexBytes(log))));
     indexLog_ = static_cast<uint8_t>(log);
     for (size_t s = 0; s < oldSize; ++s)

@@ -20,6 +20,7 @@ class MemberCollection {
  public:
   size_t size() const { return members_.size(); }
   HashMap<Ptr<T>, KeyedByName> const& members() const { return members_; }
+  void reserve(size_t members) { members_.reserve(members); }
   Ptr<T> member(Name const& name) const { return members_.value(name); }
 
   // The member of that name; when absent, make(name) creates it (null is

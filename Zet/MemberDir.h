@@ -25,6 +25,7 @@ class MemberDir : public Entity {
   Ptr<Member> member(Name const& name) const { return members_.member(name); }
   size_t memberCount() const { return members_.size(); }
   HashMap<Ptr<Member>, KeyedByName> const& members() const { return members_.members(); }
+  void memberReserve(size_t members) { members_.reserve(members); }
   // The member of that name; when absent, make(name) creates it (null is
   // RangeException "null ValidPtr"), it goes in and memberChanged runs.
   template <class Make>

@@ -223,5 +223,24 @@ TEST(HashMap, GrowsOnlyWhenNoWalkIsInProgress) {
   EXPECT_TRUE(map.isConsistent());
 }
 
+TEST(HashMap, ReservingKeepsEveryMemberWhereAWalkFindsIt) {
+  HashMap<int> map;
+  map.reserve(0);
+  EXPECT_TRUE(map.empty());
+  for (int i = 0; i < 100; ++i) map.insert(numbered("n", i), i);
+  map.erase(numbered("n", 7));  // a freed place stays freed across the new index
+  auto it = map.begin();
+  ++it;
+  map.reserve(50);  // already room: nothing changes
+  map.reserve(100000);
+  EXPECT_EQ(it->key(), "n1") << "the walk goes on where it stood";
+  EXPECT_TRUE(map.isConsistent());
+  for (int i = 100; i < 100000; ++i) map.insert(numbered("n", i), i);
+  EXPECT_EQ(map.size(), 99999u);
+  EXPECT_TRUE(map.isConsistent());
+  EXPECT_EQ(map.find(numbered("n", 7)), nullptr);
+  EXPECT_EQ(*map.find(numbered("n", 99999)), 99999);
+}
+
 }  // namespace
 }  // namespace Zet
