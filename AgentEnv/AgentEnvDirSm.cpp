@@ -49,8 +49,15 @@ void AgentEnvDirSm::notifierIs(Ptr<Entity const> const& dir) {
 void AgentEnvDirSm::handleConfig() {
   if (!configDir_) return;
   reserveFor(configDir_->agentEnvConfigCount());
+  Ptr<Dir> root = globalDir();
   for (auto it = configDir_->agentEnvConfigs().begin(); it; ++it) {
-    if (auto const* next = it.ahead(kReadAhead)) prefetchFor(next->key());
+    if (auto const* next = it.ahead(kReadAhead)) {
+      prefetchFor(next->key());
+      // Where an entry to instantiate puts its entity, guessed from its own
+      // target (a member of an aggregate puts it elsewhere).
+      AgentEnvConfig const& config = *next->value();
+      if (config.source0().isEmpty() && !config.aggConfig()) root->prefetchEntry(config.target());
+    }
     handleConfig(it->key(), it->value());
   }
 }

@@ -83,18 +83,27 @@ Ptr<Entity> Dir::entityRef(Name const& name) const {
   return e ? (*e)->entity() : nullptr;
 }
 
-Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
-  // The walk takes no reference on its way: only what it finds is handed
-  // out, as entityRef(Name) does for a child; for a path without names that
-  // is the directory it starts from.
+Entity const* Dir::walk(EntityUriPath const& path, EntityUriPath::NameTexts names) const {
   Entity const* at = path.isAbsolute() ? &root() : this;
-  for (std::string_view name : path.nameTexts()) {
+  for (std::string_view name : names) {
     auto const* dir = dynamic_cast<Dir const*>(at);
     auto const* e = dir ? dir->entries().memberByText(name) : nullptr;
     at = e ? e->value()->entity().ptr() : nullptr;
     if (!at) break;
   }
-  return Ptr<Entity>(const_cast<Entity*>(at));
+  return at;
+}
+
+// Only what the walk finds is handed out, as entityRef(Name) does for a
+// child; for a path without names that is the directory it starts from.
+Ptr<Entity> Dir::entityRef(EntityUriPath const& path) const {
+  return Ptr<Entity>(const_cast<Entity*>(walk(path, path.nameTexts())));
+}
+
+void Dir::prefetchEntry(EntityUriPath const& path) const {
+  if (!path.hasNames()) return;
+  if (auto const* dir = dynamic_cast<Dir const*>(walk(path, path.parentNameTexts())))
+    dir->entries().prefetchText(path.lastNameText());
 }
 
 Ptr<Dir> Dir::dirIs(Name const& name) {

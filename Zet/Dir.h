@@ -88,6 +88,11 @@ class Dir : public Entity {
   // names ("" or "/") names the directory it starts from. Null when any name
   // on the way is missing, not current, or (before the last) not a directory.
   Ptr<Entity> entityRef(EntityUriPath const& path) const;
+  // Starts reading the index slot where the last name of `path` is looked
+  // up, in the directory the names before it lead to (when they lead to
+  // one). A caller about to make or look up many entries in a large
+  // directory asks a few ahead, so that the waits for memory overlap.
+  void prefetchEntry(EntityUriPath const& path) const;
   // The same for a path given as '/'-separated text.
   Ptr<Entity> entityRef(std::string_view path) const { return entityRef(EntityUriPath(String8(path))); }
   Ptr<Entity> entityRef(char const* path) const { return entityRef(std::string_view(path)); }
@@ -138,6 +143,10 @@ class Dir : public Entity {
   bool isWithin(Entity const& entity) const;
   // The topmost directory above this one.
   Dir const& root() const;
+  // Where `names` lead from the start of `path` (the root of this tree for
+  // an absolute path, this directory otherwise), or null; the walk takes no
+  // reference on its way.
+  Entity const* walk(EntityUriPath const& path, EntityUriPath::NameTexts names) const;
 
   // Made for the first entry: most directories made by the million are
   // leaves, and an empty map would take five words of each.

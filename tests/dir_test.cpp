@@ -60,6 +60,9 @@ TEST(Dir, AnAgentBuildsItsTreeByTypeNameAndWalksIt) {
   EXPECT_EQ(deep->entityRef("/"), globalDir());
   EXPECT_EQ(globalDir()->entityRef("/AgentEnv/AgentEnvConfigDir/x"), nullptr);  // through a non-directory
   EXPECT_EQ(globalDir()->entityRef("/AgentEnv/missing/x"), nullptr);
+  // Asking ahead for an entry's slot goes wherever the parents lead, or nowhere.
+  for (char const* path : {"/AgentEnv/a/b/c", "/AgentEnv/AgentEnvConfigDir/x", "/AgentEnv/missing/x", "/", "", "b"})
+    deep->prefetchEntry(EntityUriPath(path));
 
   // Names are taken once, whatever would go there.
   EXPECT_THROW(agentEnv->dirIs("AgentEnvConfigDir"), NameInUseException);
