@@ -66,7 +66,7 @@ void AgentEnvDirSm::handleConfig() {
 // indexes are sized for all of them at once rather than doubled on the way.
 void AgentEnvDirSm::reserveFor(size_t configs) {
   size_t toMake = configs > sms_.size() ? configs - sms_.size() : 0;
-  Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
+  Ptr<ActivityManagerConfig> const& activities = ActivityFacility::activityManagerConfig();
   activities->activityConfigReserve(activities->activityConfigCount() + toMake);
   sms_.reserve(sms_.size() + toMake);
   statusDir_->agentEnvStatusReserve(statusDir_->agentEnvStatusCount() + toMake);
@@ -138,7 +138,7 @@ Name AgentEnvDirSm::missingPrerequisite(AgentEnvConfig const& config, HashMap<bo
 void AgentEnvDirSm::reconcile(Name const& name, Ptr<AgentEnvConfig> const& config) {
   if (!config) return remove(name);
   prefetchFor(name);
-  Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
+  Ptr<ActivityManagerConfig> const& activities = ActivityFacility::activityManagerConfig();
   Ptr<AgentEnvStatus> status = statusDir_->agentEnvStatusIs(name);
   Ptr<ActivityConfig> activity = activities->activityConfigIs(name, kActivityPriorityHint);
   Ptr<AgentEnvSm> sm = agentEnvSmIs(activity, config, status);

@@ -44,7 +44,7 @@ void AgentEnvMonitorDirSm::handleStatus() {
   // sized for all of them at once rather than doubled on the way.
   size_t statuses = statusDir()->agentEnvStatusCount();
   size_t toMake = statuses > monitors_.size() ? statuses - monitors_.size() : 0;
-  Ptr<ActivityManagerConfig> activities = ActivityFacility::activityManagerConfig();
+  Ptr<ActivityManagerConfig> const& activities = ActivityFacility::activityManagerConfig();
   activities->activityConfigReserve(activities->activityConfigCount() + toMake);
   monitors_.reserve(monitors_.size() + toMake);
   for (auto it = statusDir()->agentEnvStatuses().begin(); it; ++it) {

@@ -18,13 +18,12 @@ ActivityLoop& ActivityFacility::loop() {
   return *loop;
 }
 
-Ptr<ActivityManagerConfig> ActivityFacility::activityManagerConfig() {
-  static ActivityManagerConfig* const manager = [] {
-    auto* m = new ActivityManagerConfig(&loop());
-    m->newRef();  // the facility's own reference, never dropped
-    return m;
-  }();
-  return manager;
+// Handed out by reference: the state machines ask for it several times per
+// entry, and a copy each time would be a pair of atomic counts. The
+// facility's own reference is never dropped.
+Ptr<ActivityManagerConfig> const& ActivityFacility::activityManagerConfig() {
+  static auto const* const manager = new Ptr<ActivityManagerConfig>(new ActivityManagerConfig(&loop()));
+  return *manager;
 }
 
 }  // namespace Zet

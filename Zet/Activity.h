@@ -71,7 +71,7 @@ class ActivityManagerConfig : public PtrInterface {
 class ActivityFacility {
  public:
   static ActivityLoop& loop();
-  static Ptr<ActivityManagerConfig> activityManagerConfig();
+  static Ptr<ActivityManagerConfig> const& activityManagerConfig();
 };
 
 // Text form of an activity pointer: the config's name, "" for null.
