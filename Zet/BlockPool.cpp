@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include "Zet/PageBacker.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #define ZET_BLOCKS_FROM_GLOBAL_ALLOCATOR 1
 #elif defined(__has_feature)
@@ -26,8 +28,9 @@ constexpr size_t kSlabBytes = 64 * 1024;
 // 32 MiB as the thread needs more.
 constexpr size_t kFirstRegionBytes = 4 * kSlabBytes;
 constexpr size_t kMaxRegionBytes = 32 * 1024 * 1024;
-// A region's pages are backed this much at a time, as slabs reach them, so
-// that a process holds at most this much it has not used.
+// A region's pages are backed this much at a time, as slabs reach them; the
+// step after the one in use is backed ahead, in the background, so that a
+// thread holds at most two steps it has not used.
 constexpr size_t kBackedStepBytes = 2 * 1024 * 1024;
 
 struct FreeBlock {
@@ -104,13 +107,15 @@ void ThreadBlocks::newRegion() {
 
 // Backs the next pages of the region at once: one call to the system
 // instead of a page fault for each 4 KiB (the system may not support that;
-// then the pages are backed as they are touched).
+// then the pages are backed as they are touched). That call finds them
+// backed already when the step was asked for ahead, as the one after it is.
 void ThreadBlocks::backMore() {
   size_t bytes = std::min(kBackedStepBytes, size_t(regionEnd - regionBacked));
 #ifdef MADV_POPULATE_WRITE
   ::madvise(regionBacked, bytes, MADV_POPULATE_WRITE);
 #endif
   regionBacked += bytes;
+  PageBacker::backSoon(regionBacked, std::min(kBackedStepBytes, size_t(regionEnd - regionBacked)));
 }
 
 char* ThreadBlocks::newSlab() {
@@ -178,7 +183,8 @@ void BlockPool::deallocate(void* block, size_t size) noexcept {
 
 // Huge pages are asked for the array alone: the blocks' regions stay on
 // small pages, for backing a region of huge pages at once costs more system
-// time than the translations it saves.
+// time than the translations it saves. The array is backed in the
+// background while its first users touch it.
 void* BlockPool::allocateArray(size_t bytes) {
   if (bytes < kLargeArrayBytes) return zeroedFromHeap(bytes);
   void* array = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -186,12 +192,14 @@ void* BlockPool::allocateArray(size_t bytes) {
 #ifdef MADV_HUGEPAGE
   ::madvise(array, bytes, MADV_HUGEPAGE);
 #endif
+  PageBacker::backSoon(array, bytes);
   return array;
 }
 
 void BlockPool::deallocateArray(void* array, size_t bytes) noexcept {
   if (!array) return;
   if (bytes < kLargeArrayBytes) return std::free(array);
+  PageBacker::forget(array, bytes);
   ::munmap(array, bytes);
 }
 

@@ -6,8 +6,9 @@
 // block carries no allocator header and lies beside the blocks made just
 // before it. A freed block goes to the front of its size's free list and is
 // the next one of that size handed out. Slabs are cut from regions whose
-// pages are backed when the region is mapped (one call to the system rather
-// than a page fault per page), and stay with the process: memory a size once
+// pages are backed a few at a time as slabs reach them (one call to the
+// system rather than a page fault per page; the next ones are backed ahead,
+// on a thread of their own), and stay with the process: memory a size once
 // needed serves that size again, it is not returned to the system.
 // Blocks above kMaxBlock bytes come from the global allocator.
 //
@@ -22,6 +23,7 @@
 // the most derived class passes it).
 
 #include <cstddef>
+#include <new>
 
 namespace Zet {
 
@@ -46,6 +48,23 @@ class BlockPool {
   static void* allocateArray(size_t bytes);
   // Gives back an array `allocateArray(bytes)` handed out, with the same size.
   static void deallocateArray(void* array, size_t bytes) noexcept;
+};
+
+// A standard allocator over allocateArray, for a vector that may hold a
+// million elements: a large one lies on huge pages, backed ahead of use
+// rather than page by page as it fills.
+template <class T>
+struct ArrayAllocator {
+  using value_type = T;
+  ArrayAllocator() = default;
+  template <class U>
+  ArrayAllocator(ArrayAllocator<U> const&) noexcept {}
+  T* allocate(size_t count) {
+    if (count > size_t(-1) / sizeof(T)) throw std::bad_array_new_length();
+    return static_cast<T*>(BlockPool::allocateArray(count * sizeof(T)));
+  }
+  void deallocate(T* array, size_t count) noexcept { BlockPool::deallocateArray(array, count * sizeof(T)); }
+  friend bool operator==(ArrayAllocator const&, ArrayAllocator const&) { return true; }
 };
 
 class BlockAllocated {

@@ -13,6 +13,7 @@
 
 #include "AgentEnv/AgentEnvConfigDir.h"
 #include "AgentEnv/AgentEnvStatusDir.h"
+#include "Zet/BlockPool.h"
 
 namespace Zet::Tool {
 
@@ -64,7 +65,7 @@ class StatusRows {
   static uint64_t sortKey(std::string_view name);
 
   AgentEnvStatusDir const& statuses_;
-  std::vector<Entry> order_;  // by name
+  std::vector<Entry, ArrayAllocator<Entry>> order_;  // by name
 };
 
 void printStatusTable(StatusRows const& rows, std::ostream& out);
