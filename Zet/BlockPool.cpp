@@ -54,6 +54,7 @@ struct ThreadBlocks {
   char* regionRest = nullptr;
   char* regionBacked = nullptr;  // the pages before this are backed
   char* regionEnd = nullptr;
+  bool stepAskedAhead = false;  // the step at regionBacked was asked to be backed
   size_t nextRegionBytes = kFirstRegionBytes;
   ThreadBlocks* nextIdle = nullptr;
 
@@ -101,21 +102,24 @@ void ThreadBlocks::newRegion() {
   void* region = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (region == MAP_FAILED) throw std::bad_alloc();
   regionRest = regionBacked = static_cast<char*>(region);
+  stepAskedAhead = false;
   regionEnd = regionRest + bytes;
   nextRegionBytes = std::min(2 * bytes, kMaxRegionBytes);
 }
 
-// Backs the next pages of the region at once: one call to the system
+// Takes the next step of the region as backed. The step after it is asked
+// for ahead, in the background, and left to that: a page the background
+// has not reached is backed when touched. A step not taken there (the
+// first of a region, say) is backed at once, in one call to the system
 // instead of a page fault for each 4 KiB (the system may not support that;
-// then the pages are backed as they are touched). That call finds them
-// backed already when the step was asked for ahead, as the one after it is.
+// then the pages are backed as they are touched).
 void ThreadBlocks::backMore() {
   size_t bytes = std::min(kBackedStepBytes, size_t(regionEnd - regionBacked));
 #ifdef MADV_POPULATE_WRITE
-  ::madvise(regionBacked, bytes, MADV_POPULATE_WRITE);
+  if (!stepAskedAhead) ::madvise(regionBacked, bytes, MADV_POPULATE_WRITE);
 #endif
   regionBacked += bytes;
-  PageBacker::backSoon(regionBacked, std::min(kBackedStepBytes, size_t(regionEnd - regionBacked)));
+  stepAskedAhead = PageBacker::backSoon(regionBacked, std::min(kBackedStepBytes, size_t(regionEnd - regionBacked)));
 }
 
 char* ThreadBlocks::newSlab() {

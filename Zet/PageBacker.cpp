@@ -79,11 +79,11 @@ void Backer::run() {
 
 }  // namespace
 
-void backSoon(void* begin, size_t bytes) noexcept {
-  if (forkedChild || bytes == 0) return;
+bool backSoon(void* begin, size_t bytes) noexcept {
+  if (forkedChild || bytes == 0) return false;
   Backer& b = backer();
   std::lock_guard<std::mutex> lock(b.mutex);
-  if (b.unavailable || b.waitingCount == kMostWaiting) return;
+  if (b.unavailable || b.waitingCount == kMostWaiting) return false;
   if (!b.started) {
     b.started = true;
     try {
@@ -91,12 +91,13 @@ void backSoon(void* begin, size_t bytes) noexcept {
       ::pthread_atfork(nullptr, nullptr, [] { forkedChild = true; });
     } catch (...) {
       b.unavailable = true;
-      return;
+      return false;
     }
   }
   char* first = static_cast<char*>(begin);
   b.waiting[b.waitingCount++] = Range{first, first + bytes};
   b.work.notify_one();
+  return true;
 }
 
 void forget(void* begin, size_t bytes) noexcept {

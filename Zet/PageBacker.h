@@ -18,8 +18,9 @@
 
 namespace Zet::PageBacker {
 
-// Asks for [begin, begin + bytes) to be backed soon; returns at once.
-void backSoon(void* begin, size_t bytes) noexcept;
+// Asks for [begin, begin + bytes) to be backed soon; returns at once,
+// whether the range will be backed (false when it was not taken).
+bool backSoon(void* begin, size_t bytes) noexcept;
 // Makes sure nothing in [begin, begin + bytes) is being or will be backed.
 void forget(void* begin, size_t bytes) noexcept;
 
