@@ -11,14 +11,14 @@ std::string_view lastName(EntityUri const& uri) {
 }
 
 // The text a path is compared by as an ancestor.
-String8 ancestorText(EntityUriPath const& ancestor) { return ancestor.removeTrailingSlash().text(); }
+std::string_view ancestorText(EntityUriPath const& ancestor) { return ancestor.textWithoutTrailingSlash(); }
 
 // Whether `ancestor` is a proper ancestor path of `path`.
 bool isAncestorPath(EntityUriPath const& ancestor, EntityUriPath const& path) {
-  String8 a = ancestorText(ancestor);
+  std::string_view a = ancestorText(ancestor);
   std::string_view p = path.text().view();
-  if (a.isEmpty() || a.size() >= p.size() || !p.starts_with(a.view())) return false;
-  return a.view() == "/" || p[a.size()] == '/';
+  if (a.empty() || a.size() >= p.size() || !p.starts_with(a)) return false;
+  return a == "/" || p[a.size()] == '/';
 }
 
 std::string quoted(std::string_view text) {

@@ -80,9 +80,13 @@ std::string_view EntityUriPath::lastNameText() const {
 }
 
 EntityUriPath EntityUriPath::removeTrailingSlash() const {
+  std::string_view t = textWithoutTrailingSlash();
+  return t.size() == text_.size() ? *this : EntityUriPath(String8(t));
+}
+
+std::string_view EntityUriPath::textWithoutTrailingSlash() const {
   std::string_view t = text_.view();
-  if (t.size() > 1 && t.back() == '/') return EntityUriPath(String8(t.substr(0, t.size() - 1)));
-  return *this;
+  return t.size() > 1 && t.back() == '/' ? t.substr(0, t.size() - 1) : t;
 }
 
 EntityUriPath& EntityUriPath::operator+=(EntityUriPath const& suffix) {

@@ -87,8 +87,9 @@ class EntityUriPath {
   NameTexts parentNameTexts() const;
   // The last name; empty when the path has none.
   std::string_view lastNameText() const;
-  // The same path without one trailing '/' ("/" stays "/").
+  // The same path without one trailing '/' ("/" stays "/"), and its text.
   EntityUriPath removeTrailingSlash() const;
+  std::string_view textWithoutTrailingSlash() const;
   // Appends a relative path below this one; an absolute or empty one is
   // appended as its names.
   EntityUriPath& operator+=(EntityUriPath const& suffix);
