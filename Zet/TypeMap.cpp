@@ -9,6 +9,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "Zet/Exception.h"
@@ -120,11 +122,18 @@ std::optional<std::string> libraryFromMapFiles(std::string_view type) {
   return library;
 }
 
+// Looks a std::string key up by any text, without making a string of it.
+struct TextHash {
+  using is_transparent = void;
+  size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
+};
+
 }  // namespace
 
 struct TypeMap::Impl {
   mutable std::mutex mutex;  // guards the two maps
-  std::map<std::string, TypeDescriptor const*, std::less<>> types;
+  // By hash: every entry that instantiates looks its type up here.
+  std::unordered_map<std::string, TypeDescriptor const*, TextHash, std::equal_to<>> types;
   std::map<std::string, String8, std::less<>> loadReports;
   std::string clashesOfLoad;  // the first name clash met by the library being loaded
   // Serialises resolutions that load libraries. Recursive because a library's
