@@ -44,15 +44,20 @@ struct Backer {
   }
 };
 
-// Never destroyed: the thread waits on it while the process exits.
-Backer& backer() {
-  static Backer& made = *new Backer;
-  return made;
-}
-
 // A child has only the thread that forked: the backer's thread is gone, and
 // its lock may have been held at the fork.
 bool forkedChild = false;
+
+// Never destroyed: the thread waits on it while the process exits. A fork
+// is watched for from before the lock is first taken, so that no child
+// finds it held and unmarked.
+Backer& backer() {
+  static Backer& made = []() -> Backer& {
+    ::pthread_atfork(nullptr, nullptr, [] { forkedChild = true; });
+    return *new Backer;
+  }();
+  return made;
+}
 
 Range Backer::takeChunk() {
   Range& first = waiting[0];
@@ -88,7 +93,6 @@ bool backSoon(void* begin, size_t bytes) noexcept {
     b.started = true;
     try {
       std::thread([&b] { b.run(); }).detach();
-      ::pthread_atfork(nullptr, nullptr, [] { forkedChild = true; });
     } catch (...) {
       b.unavailable = true;
       return false;
