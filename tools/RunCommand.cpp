@@ -175,7 +175,11 @@ int RunCommand::run() {
   // entry naming one that a later file brings is not reported in between.
   ActivityFacility::loop().runUntilIdle();
   auto activities = ActivityFacility::activityManagerConfig();
-  auto monitor = agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs);
+  // The monitor watches the environment for as long as the process runs, as
+  // the environment itself stays: it is not taken down at exit, which would
+  // unbind a monitor per entry, one by one, for nothing.
+  [[maybe_unused]] static Ptr<AgentEnvMonitorDirSm> const* const monitor = new Ptr<AgentEnvMonitorDirSm>(
+      agentEnvMonitorDirSmFactory(activities->activityConfigIs("AgentEnvMonitor", 10), statuses, configs));
 
   ServiceNotifier manager;
   reloadNow = [&] {

@@ -18,13 +18,15 @@ namespace Zet::Tool {
 
 namespace {
 
-// The text of an enumeration value; a named value's without making a String8
-// (rows are made by the million).
+// The text of an enumeration value: a named value's is viewed where the
+// enumeration keeps it; another's is made in `made`.
 template <TextEnum E>
-std::string text(E value) {
+std::string_view text(E value, std::string& made) {
   auto const& texts = EnumTexts<E>::texts;
   size_t i = static_cast<size_t>(value);
-  return i < texts.size() ? std::string(texts[i]) : stringValue(value).str();
+  if (i < texts.size()) return texts[i];
+  made = stringValue(value).str();
+  return made;
 }
 
 // Colour only for a person at a terminal, and never when NO_COLOR is set.
@@ -55,7 +57,7 @@ std::string oneLine(std::string_view text) {
 
 // What an entry that has not acted waits for: a dependency (its own, then its
 // aggregate's) that is not initialized, or its aggregate, failed.
-std::string waitingFor(AgentEnvConfig const& config, AgentEnvStatusDir const& statuses) {
+std::string awaitedEntry(AgentEnvConfig const& config, AgentEnvStatusDir const& statuses) {
   for (AgentEnvConfig const* c = &config; c; c = c == &config ? c->aggConfig().ptr() : nullptr) {
     Name const& dependency = c->dependency();
     if (!AgentEnvConfig::namesEntry(dependency)) continue;
@@ -95,21 +97,46 @@ StatusRow statusRow(AgentEnvStatus const& s, AgentEnvStatusDir const& statuses, 
 }
 
 StatusRow statusRow(AgentEnvStatus const& s, AgentEnvConfig const* config, AgentEnvStatusDir const& statuses) {
-  bool failed = showsReason(s);
-  bool listens = config && modeAskedFor(*config) == AgentEnvMode::exp && !config->aggConfig();
-  // Each field is made in place: rows are made by the million.
+  return StatusRowView(s, config, statuses).row();
+}
+
+StatusRowView::StatusRowView(AgentEnvStatus const& s, AgentEnvConfig const* config,
+                             AgentEnvStatusDir const& statuses)
+    : entry(s.name().view()),
+      status(text(s.individualStatus(), statusMade_)),
+      group(text(s.groupStatus(), groupMade_)),
+      currentSource(s.currentSource().text().view()),
+      reason(s.reason().view()) {
+  if (showsReason(s)) {
+    code = text(s.statusCode(), codeMade_);
+    messageMade_ = AgentEnv::statusMessage(&s, config);
+    message = messageMade_.view();
+  }
+  if (!config) return;
+  AgentEnvMode asked = modeAskedFor(*config);
+  mode = text(asked, modeMade_);
+  if (asked == AgentEnvMode::exp && !config->aggConfig()) {
+    listensOnMade_ = endpointText(*config);
+    listensOn = listensOnMade_;
+  }
+  if (s.individualStatus() == AgentEnvStatus::notApplicable) {
+    waitingForMade_ = awaitedEntry(*config, statuses);
+    waitingFor = waitingForMade_;
+  }
+}
+
+StatusRow StatusRowView::row() const {
   return StatusRow{
-      .entry = s.name().str(),
-      .mode = config ? text(modeAskedFor(*config)) : std::string(),
-      .status = text(s.individualStatus()),
-      .group = text(s.groupStatus()),
-      .code = failed ? text(s.statusCode()) : std::string(),
-      .message = failed ? AgentEnv::statusMessage(&s, config).str() : std::string(),
-      .currentSource = s.currentSource().text().str(),
-      .reason = s.reason().str(),
-      .listensOn = listens ? endpointText(*config) : std::string(),
-      .waitingFor = config && s.individualStatus() == AgentEnvStatus::notApplicable ? waitingFor(*config, statuses)
-                                                                                     : std::string(),
+      .entry = std::string(entry),
+      .mode = std::string(mode),
+      .status = std::string(status),
+      .group = std::string(group),
+      .code = std::string(code),
+      .message = std::string(message),
+      .currentSource = std::string(currentSource),
+      .reason = std::string(reason),
+      .listensOn = std::string(listensOn),
+      .waitingFor = std::string(waitingFor),
   };
 }
 
@@ -187,9 +214,9 @@ bool hasControlByte(std::string_view text) {
 // message on several lines, say) is shown through a changed copy.
 class Cells {
  public:
-  Cells(StatusRows const& rows, size_t i) : row_(rows[i]) {
-    if (!row_.waitingFor.empty()) message_ = "waiting for '" + row_.waitingFor + "'";
-    std::string_view message = row_.waitingFor.empty() ? std::string_view(row_.message) : message_;
+  Cells(StatusRows const& rows, size_t i) : row_(rows.view(i)) {
+    if (!row_.waitingFor.empty()) message_ = "waiting for '" + std::string(row_.waitingFor) + "'";
+    std::string_view message = row_.waitingFor.empty() ? row_.message : message_;
     std::string_view source = row_.listensOn.empty() ? row_.currentSource : row_.listensOn;
     texts_ = {row_.entry,
               row_.mode,
@@ -213,7 +240,7 @@ class Cells {
     return copy;
   }
 
-  StatusRow row_;
+  StatusRowView row_;
   std::string message_, source_, reason_;  // the copies shown instead, when made
   Texts texts_;
 };

@@ -33,6 +33,29 @@ struct StatusRow {
   std::string json() const;
 };
 
+// One entry's row as views: the texts that the status, its config and the
+// enumerations keep are viewed where they are kept, and the few the row
+// makes (a failure's message, an endpoint, what the entry waits for) are
+// held here. A table reads a million rows: most make no text at all. Valid
+// while the status and the config do not change; it stays where it is made.
+class StatusRowView {
+  // What the row makes, declared first so that it is there before the views
+  // of it. A value an enumeration has no text for is shown by its number.
+  std::string modeMade_, statusMade_, groupMade_, codeMade_;
+  String8 messageMade_;
+  std::string listensOnMade_, waitingForMade_;
+
+ public:
+  StatusRowView(AgentEnvStatus const& status, AgentEnvConfig const* config, AgentEnvStatusDir const& statuses);
+  StatusRowView(StatusRowView const&) = delete;
+  StatusRowView& operator=(StatusRowView const&) = delete;
+
+  // The same texts, owned.
+  StatusRow row() const;
+
+  std::string_view entry, mode, status, group, code, message, currentSource, reason, listensOn, waitingFor;
+};
+
 // Whether `entry` is among the entries named; every entry is when none is.
 bool isNamed(std::vector<std::string> const& only, std::string_view entry);
 
@@ -49,7 +72,8 @@ class StatusRows {
   StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir const& configs,
              std::vector<std::string> const& only = {});
   size_t size() const { return order_.size(); }
-  StatusRow operator[](size_t i) const { return statusRow(*order_[i].status, order_[i].config, statuses_); }
+  StatusRow operator[](size_t i) const { return view(i).row(); }
+  StatusRowView view(size_t i) const { return StatusRowView(*order_[i].status, order_[i].config, statuses_); }
   // Starts reading what row i is made of. Rows come by name, in no order
   // in memory: a reader asks for a row a few ahead of the one it makes, so
   // that the waits for memory overlap.
