@@ -120,6 +120,11 @@ class ConfigFileParser : public Entity {
 
   // ---- Callbacks of the grammar --------------------------------------------
 
+  // A name was scanned, which is nearly always an entity's about to open:
+  // the config dir's slot for it is asked for now, so that the wait for it
+  // overlaps the scanning of the next token.
+  void prefetchEntry(std::string_view name) const { configDir_->agentEnvConfigs().prefetchText(name); }
+
   // An entity opens: the entry of that name is created or taken, becomes a
   // member (aggConfig) of the enclosing entry if there is one, records the
   // current file as its configFile and becomes the current entity.

@@ -223,6 +223,7 @@ int ConfigReader::scan(AGENTENV_STYPE* value) {
           return keyword.token;
         }
         value->text = newText(text);
+        if (parser_) parser_->prefetchEntry(text);
         return IDENTIFIER;
       }
       case ByteKind::other:
