@@ -12,6 +12,7 @@
 #include "AgentEnv/AgentEnvMode.h"
 #include "AgentEnv/AgentEnvRoot.h"
 #include "PrintableText.h"
+#include "SortByKey.h"
 #include "Zet/System.h"
 
 namespace Zet::Tool {
@@ -158,12 +159,13 @@ StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir cons
     if (i + kReadAhead < order_.size()) index.prefetch(order_[i + kReadAhead].status->name());
     order_[i].config = configs.agentEnvConfig(order_[i].status->name()).ptr();
   }
-  // Most comparisons are decided by the first eight bytes, kept in the
-  // entry: the names themselves are read only on a tie.
-  std::sort(order_.begin(), order_.end(),
-            [](Entry const& a, Entry const& b) {
-              return a.key != b.key ? a.key < b.key : a.status->name().view() < b.status->name().view();
-            });
+  // The entries are ordered by the first eight bytes of their names, kept
+  // in the entry: the names themselves are read only on a tie.
+  sortByKey(
+      order_.data(), order_.data() + order_.size(), [](Entry const& e) { return e.key; },
+      [](Entry const& a, Entry const& b) {
+        return a.key != b.key ? a.key < b.key : a.status->name().view() < b.status->name().view();
+      });
 }
 
 void StatusRows::prefetch(size_t i) const {

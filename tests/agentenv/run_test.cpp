@@ -542,3 +542,30 @@ TEST(AgentenvRun, AgentsMountEachOtherOverTlsAndARefusalShowsWhyInStatus) {
     EXPECT_EQ(ChildProcess(wrong).wait(), 2) << wrong[1] << " " << wrong[4];
   }
 }
+
+// The final table lists every entry once, by name, whatever their names
+// share: a first letter and most digits, the first eight bytes, or all of a
+// shorter name; and where the first letter decides against the rest.
+TEST(AgentenvRun, TheTableListsEveryEntryOnceByName) {
+  Demo demo;
+  std::vector<std::string> names;
+  for (int i = 0; i < 1500; ++i) {
+    names.push_back(std::string("e").append(std::to_string(i * 7919 % 1500)));
+    names.push_back(std::string("samePrefix").append(std::to_string(i % 2 ? i : i / 10)));
+    names.push_back(std::string("x").append(std::to_string(i)));
+  }
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  std::ofstream file(demo.dir + "/many.conf");
+  for (auto it = names.rbegin(); it != names.rend(); ++it)
+    file << *it << " { typeName = \"Zet::Dir\"; target = \"/many/" << *it << "\"; }\n";
+  file.close();
+
+  ChildProcess many(run({"--until-settled", "--control", "unix:" + demo.dir + "/m.sock", demo.dir + "/many.conf"}));
+  std::istringstream lines(many.restOfOut());  // read first: the table fills more than a pipe holds
+  EXPECT_EQ(many.wait(), 0);
+  std::vector<std::string> listed;
+  for (std::string line; std::getline(lines, line);)
+    if (line.rfind("ENTRY", 0) != 0) listed.push_back(line.substr(0, line.find(' ')));
+  EXPECT_EQ(listed, names);
+}
