@@ -74,10 +74,10 @@ class StatusRows {
   size_t size() const { return order_.size(); }
   StatusRow operator[](size_t i) const { return view(i).row(); }
   StatusRowView view(size_t i) const { return StatusRowView(*order_[i].status, order_[i].config, statuses_); }
-  // Starts reading what row i is made of. Rows come by name, in no order
-  // in memory: a reader asks for a row a few ahead of the one it makes, so
-  // that the waits for memory overlap.
-  void prefetch(size_t i) const;
+  // Starts reading what the rows after row i are made of. Rows come by
+  // name, in no order in memory: a reader calls this before it makes row i,
+  // so that the waits for memory overlap.
+  void readAhead(size_t i) const;
   bool allInitialized() const;
 
  private:
