@@ -168,10 +168,16 @@ bool TypeMap::typeIs(TypeDescriptor const& type) {
 }
 
 TypeDescriptor const* TypeMap::type(std::string_view name) const {
+  // A type, once registered, keeps its name and descriptor for the life of
+  // the process: the last one this thread found is found again without the
+  // lock, as an agent instantiates one type by the million.
+  thread_local TypeDescriptor const* lastFound = nullptr;
+  if (lastFound && lastFound->name == name) return lastFound;
   Impl& m = impl();
   std::lock_guard lock(m.mutex);
   auto at = m.types.find(name);
-  return at == m.types.end() ? nullptr : at->second;
+  if (at == m.types.end()) return nullptr;
+  return lastFound = at->second;
 }
 
 TypeDescriptor const& TypeMap::typeResolved(std::string_view name) {
