@@ -102,6 +102,9 @@ class ConfigReader {
   // Makes [next_, linesEnd_) hold the next whole lines (or the file's last
   // bytes); false at the end of the file.
   bool refill();
+  // Asks for the config dir's slots of `name`, just scanned, and of the
+  // entity that the lines read up to `end` open next.
+  void prefetchEntries(std::string_view name, char const* after, char const* end) const;
   // Reads up to `size` bytes of the file; 0 at its end. Throws on a read
   // error and on a line longer than kMaxLineLength.
   size_t read(char* buffer, size_t size);
