@@ -261,17 +261,16 @@ EntityUriPath AgentEnvSm::configTarget() const {
     at = at->aggConfig().ptr();
   }
   if (below.empty()) return at->target();
-  // The nested configs' paths are joined first and appended once: a chain of
-  // a million members costs the length of its path, not its square.
-  std::string suffix;
+  // The nested configs' names are appended to the target's text, and the
+  // path is made once: a chain of a million members costs the length of its
+  // path, not its square, and a member the one text.
+  std::string joined(at->target().text().view());
   for (auto it = below.rbegin(); it != below.rend(); ++it) {
     AgentEnvConfig const& nested = **it;
-    suffix += '/';
-    suffix += nested.pathSuffix().isEmpty() ? nested.name().view() : nested.pathSuffix().entityPath().text().view();
+    EntityUriPath::appendNames(
+        joined, nested.pathSuffix().isEmpty() ? nested.name().view() : nested.pathSuffix().entityPath().text().view());
   }
-  EntityUriPath path = at->target();
-  path += EntityUriPath(String8(suffix));
-  return path;
+  return EntityUriPath(String8(joined));
 }
 
 EntityUriPath AgentEnvSm::targetInEffect() const {

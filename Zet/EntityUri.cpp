@@ -92,12 +92,16 @@ std::string_view EntityUriPath::textWithoutTrailingSlash() const {
 EntityUriPath& EntityUriPath::operator+=(EntityUriPath const& suffix) {
   if (!suffix.hasNames()) return *this;
   std::string joined(text_.view());
-  for (std::string_view name : suffix.nameTexts()) {
+  appendNames(joined, suffix.text_.view());
+  *this = EntityUriPath(String8(joined));
+  return *this;
+}
+
+void EntityUriPath::appendNames(std::string& joined, std::string_view text) {
+  for (std::string_view name : NameTexts(text)) {
     if (!joined.empty() && joined.back() != '/') joined += '/';
     joined += name;
   }
-  *this = EntityUriPath(String8(joined));
-  return *this;
 }
 
 std::ostream& operator<<(std::ostream& out, EntityUriPath const& path) { return out << path.text(); }

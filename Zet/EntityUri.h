@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <iterator>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -93,6 +94,10 @@ class EntityUriPath {
   // Appends a relative path below this one; an absolute or empty one is
   // appended as its names.
   EntityUriPath& operator+=(EntityUriPath const& suffix);
+  // Appends the names of a path's text to `joined`, the text of a path
+  // being built, each after one '/': several paths are joined into one text
+  // the way += joins two.
+  static void appendNames(std::string& joined, std::string_view text);
 
   String8 const& text() const { return text_; }
   friend bool operator==(EntityUriPath const& a, EntityUriPath const& b) { return a.text_ == b.text_; }
