@@ -8,15 +8,17 @@
 #include <utility>
 
 #include "AgentEnv/AgentEnvSm.h"
+#include "Zet/BlockPool.h"
 #include "Zet/NboAttrLog.h"
 
 namespace Zet {
 
 // A reactor of another entity of type T: its notifications become one
 // deferred call of the state machine's reaction on the state machine's
-// activity.
+// activity. Reactors are made by the million in a large agent's
+// aggregates: they come from the block pool, like the machines.
 template <class Notifiee>
-class AgentEnvSmReactor : public Notifiee, public Reactor {
+class AgentEnvSmReactor : public Notifiee, public Reactor, public BlockAllocated {
  public:
   AgentEnvSmReactor(AgentEnvSm& sm, void (AgentEnvSm::*reaction)())
       : Reactor(sm.zetFwkActivity()), sm_(sm), reaction_(reaction) {
@@ -132,7 +134,7 @@ struct AgentEnvSm::Exporting {
   double delay = kFirstDelay;
 };
 
-struct AgentEnvSm::Extras {
+struct AgentEnvSm::Extras : BlockAllocated {
   // Drops every reactor on other entities and what a mount or an export holds.
   void stopWatching() {
     aggAgentSmReactor.reset();
