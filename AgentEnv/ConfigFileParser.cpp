@@ -4,8 +4,10 @@
 #include <iostream>
 #include <string>
 
+#include "AgentEnv/ConfigEvents.h"
 #include "AgentEnv/ConfigFileSearch.h"
 #include "AgentEnv/ConfigReader.h"
+#include "Zet/Trace.h"
 #include "Zet/TypeMap.h"
 
 namespace Zet {
@@ -17,9 +19,10 @@ namespace Zet {
 class ConfigFileParser::FileRead {
  public:
   FileRead(ConfigFileParser& parser, String8 const& name, FILE* file) : parser_(parser) {
+    parser_.currentFile_ = name;
+    parser_.lastValues_.fill(Name());
     parser_.reader_->InitScanner(file);
     parser_.reader_->InitParser(&parser_);
-    parser_.currentFile_ = name;
   }
   ~FileRead() {
     parser_.reader_->CleanupParser();
@@ -51,7 +54,7 @@ Ptr<ConfigFileParser> configFileParserFactory(Ptr<AgentEnvConfigDir> const& conf
 
 void ConfigFileParser::configFileEnq(String8 const& name) {
   if (!currentFile_.isEmpty() && !includeSites_.find(name))
-    includeSites_.insert(name, IncludeSite{currentFile_, reader_->lineOfText()});
+    includeSites_.insert(name, IncludeSite{currentFile_, lineOfEvent_});
   configFile_.configEnq(name);
   handleConfigFile();
 }
@@ -88,6 +91,65 @@ void ConfigFileParser::readConfigFile(String8 const& name) {
   reader_->parse();
 }
 
+// The entries' slots in the config dir are asked for this many entries
+// ahead of the one being made, so that the waits for them overlap.
+static constexpr size_t kEntriesAhead = 8;
+
+void ConfigFileParser::handleConfigEvents(std::vector<ConfigEvent>& events) {
+  auto const opens = [](ConfigEvent const& event) { return event.kind == ConfigEvent::Kind::entityOpens; };
+  size_t ahead = 0, entriesAhead = 0;
+  for (ConfigEvent& event : events) {
+    if (opens(event)) {
+      for (; ahead < events.size() && entriesAhead <= kEntriesAhead; ++ahead)
+        if (opens(events[ahead])) {
+          configDir_->agentEnvConfigs().prefetch(events[ahead].text);
+          ++entriesAhead;
+        }
+      --entriesAhead;
+    }
+    handleConfigEvent(event);
+  }
+}
+
+void ConfigFileParser::handleConfigEvent(ConfigEvent& event) {
+  lineOfEvent_ = event.line;
+  switch (event.kind) {
+    case ConfigEvent::Kind::entityOpens: return handleEntityScopeEnter(event.text);
+    case ConfigEvent::Kind::entityCloses: return handleEntityScopeExit();
+    case ConfigEvent::Kind::attribute:
+      lastValues_.at(unsigned(event.attribute)) = std::move(event.text);
+      [[fallthrough]];
+    case ConfigEvent::Kind::attributeAgain: {
+      Name const& value = lastValues_.at(unsigned(event.attribute));
+      traceAttribute(event.attribute, value);
+      return handleAttribute(event.attribute, value);
+    }
+    case ConfigEvent::Kind::include: return configFileEnq(event.text);
+    case ConfigEvent::Kind::error:
+      errorStream_->write(event.text.charPtr(), static_cast<std::streamsize>(event.text.size()));
+      errorStream_->flush();
+      ++parsingErrorsCount_;
+      return;
+    case ConfigEvent::Kind::echo:
+      echoStream_->write(event.text.charPtr(), static_cast<std::streamsize>(event.text.size()));
+      return;
+    case ConfigEvent::Kind::strayByte:
+      if (remarks_) remarks_->onIgnoredByteBesideName(currentFile_, event.line, event.byte);
+      return;
+    case ConfigEvent::Kind::undefinedSubstitution:
+      if (remarks_) remarks_->onUndefinedSubstitution(currentFile_, event.line, event.text.view());
+      return;
+  }
+}
+
+// An attribute with a text value is traced under the name the file gives
+// it; dependencies and timeouts are not traced.
+void ConfigFileParser::traceAttribute(AttributeType type, Name const& value) const {
+  if (type == AttributeType::dependency || type == AttributeType::timeoutPeriod) return;
+  std::string_view attribute = type == AttributeType::uType ? "typeName" : EnumTexts<AttributeType>::texts[unsigned(type)];
+  ZET_TRACE_AT("ConfigFileParser", 3) << currentFile_ << ": " << attribute << " = " << value;
+}
+
 Name ConfigFileParser::parentDependency() const {
   return scopes_.empty() ? Name() : scopes_.back().enclosingDependency;
 }
@@ -95,7 +157,7 @@ Name ConfigFileParser::parentDependency() const {
 void ConfigFileParser::handleEntityScopeEnter(Name const& name) {
   scopes_.push_back(Scope{currentEntity_, std::exchange(currentDependency_, Name())});
   Ptr<AgentEnvConfig> entity = configDir_->agentEnvConfigIs(name);
-  if (sourceLinesKept_) sourceLines_.insert(name, SourceLines{reader_->lineOfText(), {}});
+  if (sourceLinesKept_) sourceLines_.insert(name, SourceLines{lineOfEvent_, {}});
   if (currentEntity_) entity->aggConfigIs(currentEntity_);
   entity->configFileIs(currentFile_);
   currentEntity_ = std::move(entity);
@@ -137,7 +199,7 @@ void ConfigFileParser::handleAttribute(AttributeType type, Name const& value) {
   // The first value is the one that counts, as below.
   if (SourceLines* lines = sourceLinesKept_ ? sourceLines_.find(entity->name()) : nullptr;
       lines && unsigned(type) < lines->attribute.size())
-    if (unsigned long& line = lines->attribute[unsigned(type)]; line == 0) line = reader_->lineOfText();
+    if (unsigned long& line = lines->attribute[unsigned(type)]; line == 0) line = lineOfEvent_;
   switch (type) {
     case AttributeType::source0:
       if (defineOnce(!entity->source0().isEmpty(), "source0")) entity->source0Is(EntityUri(value));

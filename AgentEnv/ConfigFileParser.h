@@ -37,6 +37,7 @@
 namespace Zet {
 
 class ConfigReader;
+struct ConfigEvent;
 
 class ConfigFileParser : public Entity {
  public:
@@ -120,11 +121,6 @@ class ConfigFileParser : public Entity {
 
   // ---- Callbacks of the grammar --------------------------------------------
 
-  // A name was scanned, which is nearly always an entity's about to open:
-  // the config dir's slot for it is asked for now, so that the wait for it
-  // overlaps the scanning of the next token.
-  void prefetchEntry(std::string_view name) const { configDir_->agentEnvConfigs().prefetchText(name); }
-
   // An entity opens: the entry of that name is created or taken, becomes a
   // member (aggConfig) of the enclosing entry if there is one, records the
   // current file as its configFile and becomes the current entity.
@@ -188,6 +184,7 @@ class ConfigFileParser : public Entity {
 
  private:
   friend Ptr<ConfigFileParser> configFileParserFactory(Ptr<AgentEnvConfigDir> const& configDir);
+  friend class ConfigReader;
   class FileRead;
   // An open entity: the entry that encloses it and the enclosing entry's
   // pending dependency, restored when it closes.
@@ -199,6 +196,10 @@ class ConfigFileParser : public Entity {
   explicit ConfigFileParser(Ptr<AgentEnvConfigDir> configDir);
   void readConfigFile(String8 const& name);
   bool defineOnce(bool alreadySet, std::string_view attribute);
+  // Applies what the reader found in the file being read, in file order.
+  void handleConfigEvents(std::vector<ConfigEvent>& events);
+  void handleConfigEvent(ConfigEvent& event);
+  void traceAttribute(AttributeType type, Name const& value) const;
 
   Ptr<AgentEnvConfigDir> configDir_;
   ConfigCollection configFile_;
@@ -216,6 +217,8 @@ class ConfigFileParser : public Entity {
   HashMap<IncludeSite, String8> includeSites_;
   String8 failedFile_;
   std::unique_ptr<ConfigReader> reader_;
+  unsigned long lineOfEvent_ = 0;  // where the event being applied was found
+  std::array<Name, 8> lastValues_;  // by attribute type, in the file being read
   HashMap<SourceLines> sourceLines_;  // by entry name
   bool sourceLinesKept_ = false;
 };

@@ -1,7 +1,8 @@
 /* The grammar of configuration files: includes, then entities holding
  * attributes and nested entities.
  *
- * Actions hand what they find to the ConfigFileParser through the reader.
+ * Actions hand what they find to the reader, which passes it on to the
+ * ConfigFileParser as events (ConfigEvents.h).
  * Texts (identifiers, strings and the strings built from them) are owned by
  * the value stack: an action takes over the texts it consumes (Owned), and
  * %destructor hands back those that error recovery or an abandoned parse
@@ -39,9 +40,10 @@ struct Recycle {
 using Owned = std::unique_ptr<Zet::ConfigText, Recycle>;
 #define OWN(text) Owned(text, Recycle{&reader})
 using Type = Zet::ConfigFileParser::AttributeType;
+using Found = Zet::ConfigEvent::Kind;
 
 #define ACT(...) do { if (!reader.guarded([&] { __VA_ARGS__; })) YYABORT; } while (0)
-#define DEFINE(name, text, type) ACT(Owned value = OWN(text); reader.defineAttribute(name, value->view(), type))
+#define DEFINE(text, type) ACT(Owned value = OWN(text); reader.defineAttribute(type, value->view()))
 #define MISSING_SEMICOLON(text) ACT(Owned value = OWN(text); reader.displayAttributeError("missing semi-colon", -1))
 
 /* Nesting 10,000 entities deep takes about 30,000 stack entries, and a line
@@ -91,7 +93,7 @@ IncludeList
     ;
 
 Include
-    : INCLUDE STRING_LITERAL            { ACT(Owned file = OWN($2); reader.parser().configFileEnq(Zet::String8(file->view()))); }
+    : INCLUDE STRING_LITERAL            { ACT(Owned file = OWN($2); reader.found(Found::include, file->view())); }
     ;
 
 EntityList
@@ -104,11 +106,11 @@ Entity
     ;
 
 EntHead
-    : IDENTIFIER                        { ACT(Owned name = OWN($1); reader.parser().handleEntityScopeEnter(Zet::Name(name->view()))); }
+    : IDENTIFIER                        { ACT(Owned name = OWN($1); reader.found(Found::entityOpens, name->view())); }
     ;
 
 EntBody
-    : '{' List '}'                      { ACT(reader.parser().handleEntityScopeExit()); }
+    : '{' List '}'                      { ACT(reader.found(Found::entityCloses)); }
     | '{' List error                    { ACT(reader.displayError("unmatched bracket")); }
     ;
 
@@ -120,21 +122,21 @@ List
     ;
 
 Attribute
-    : SOURCE_0 '=' StringValue ';'      { DEFINE("source0", $3, Type::source0); }
-    | SOURCE_1 '=' StringValue ';'      { DEFINE("source1", $3, Type::source1); }
-    | PATH_SUFFIX '=' StringValue ';'   { DEFINE("pathSuffix", $3, Type::pathSuffix); }
+    : SOURCE_0 '=' StringValue ';'      { DEFINE($3, Type::source0); }
+    | SOURCE_1 '=' StringValue ';'      { DEFINE($3, Type::source1); }
+    | PATH_SUFFIX '=' StringValue ';'   { DEFINE($3, Type::pathSuffix); }
     | TARGET '=' StringValue ';'
         { ACT(Owned value = OWN($3);
-              reader.defineAttribute("target", value->view() == "anyPort" ? std::string_view("65535") : value->view(), Type::target)); }
-    | TARGET '=' ANY_PORT ';'           { ACT(reader.defineAttribute("target", std::to_string($3), Type::target)); }
-    | TYPE_NAME '=' StringValue ';'     { DEFINE("typeName", $3, Type::uType); }
+              reader.defineAttribute(Type::target, value->view() == "anyPort" ? std::string_view("65535") : value->view())); }
+    | TARGET '=' ANY_PORT ';'           { ACT(reader.defineAttribute(Type::target, std::to_string($3))); }
+    | TYPE_NAME '=' StringValue ';'     { DEFINE($3, Type::uType); }
     | DEPENDENCY '=' StringValue ';'
         { ACT(Owned value = OWN($3);
               if (value->view() == "_NOT READY_") reader.displayError("dependency cannot have value '_NOT READY_'");
-              else reader.parser().handleAttribute(Type::dependency, Zet::Name(value->view()))); }
+              else reader.attribute(Type::dependency, value->view())); }
     | TIMEOUT_PERIOD '=' NumValue ';'
-        { ACT(reader.parser().handleAttribute(Type::timeoutPeriod, reader.valueName(Type::timeoutPeriod, reader.numberText($3)))); }
-    | UNMOUNT_TYPE '=' IDENTIFIER ';'   { DEFINE("unmountType", $3, Type::unmountType); }
+        { ACT(reader.attribute(Type::timeoutPeriod, reader.numberText($3))); }
+    | UNMOUNT_TYPE '=' IDENTIFIER ';'   { DEFINE($3, Type::unmountType); }
     | AttributeError
     ;
 

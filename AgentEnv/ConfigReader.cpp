@@ -1,14 +1,16 @@
 #include "AgentEnv/ConfigReader.h"
 
+#include <sys/stat.h>
+
 #include <charconv>
 #include <cstdio>
 #include <locale>
-#include <ostream>
 #include <sstream>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "AgentEnv/ConfigText.h"
-#include "Zet/Trace.h"
 
 namespace Zet {
 
@@ -18,27 +20,83 @@ ConfigReader::~ConfigReader() { CleanupParser(); }
 void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) {
   parser_ = std::move(parser);
   remarking_ = parser_ && parser_->remarks();
+  file_ = parser_ ? parser_->currentFile() : String8();
+  substitutions_ = parser_ ? parser_->substitutions() : SubstitutionsCollection();
 }
 
+// The events are applied here, on the caller's thread, as they are posted.
+// When applying one throws, the reader is told to stop and its thread is
+// waited for before the exception goes on.
 int ConfigReader::parse() {
-  int result = agentenv_parse(*this);
+  bool const ahead = readsAhead();
+  ConfigEventQueue events(ahead ? kBatchesAhead : 0);
+  events_ = &events;
+  std::thread reading;
+  if (ahead) {
+    try {
+      reading = std::thread([this] { produce(); });
+    } catch (std::system_error const&) {  // no thread to be had: read first, then apply
+    }
+  }
+  if (!reading.joinable()) produce();
+  ConfigEventQueue::Batch batch;
+  try {
+    while (events.take(batch)) parser_->handleConfigEvents(batch);
+  } catch (...) {
+    events.abandon();
+    if (reading.joinable()) reading.join();
+    failure_ = nullptr;
+    throw;
+  }
+  if (reading.joinable()) reading.join();
   if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
-  return result;
+  return result_;
+}
+
+bool ConfigReader::readsAhead() const {
+  struct stat file {};
+  return ::fstat(::fileno(in_), &file) == 0 && S_ISREG(file.st_mode) && size_t(file.st_size) >= kReadAheadBytes;
+}
+
+void ConfigReader::produce() noexcept {
+  abandoned_ = false;
+  result_ = 2;
+  try {
+    result_ = agentenv_parse(*this);
+    postFound();
+  } catch (...) {
+    if (!failure_) failure_ = std::current_exception();
+  }
+  found_.clear();
+  events_->close();
+}
+
+void ConfigReader::postFound() {
+  if (!abandoned_ && !found_.empty()) abandoned_ = !events_->post(found_);
+}
+
+void ConfigReader::found(ConfigEvent event) {
+  if (abandoned_) return;
+  event.line = lineOfText_;
+  found_.push_back(std::move(event));
+  if (found_.size() == ConfigEventQueue::kBatchEvents) postFound();
 }
 
 void ConfigReader::CleanupParser() {
   releaseScanner();
   parser_ = nullptr;
+  file_ = String8();
+  substitutions_.mapDelAll();
   failure_ = nullptr;
+  events_ = nullptr;
 }
 
 void ConfigReader::throwFileError(char const* what) const {
-  String8 const& file = parser_->currentFile();
-  throw AgentException(format("error: file '%.*s' %s", int(file.size()), file.charPtr(), what));
+  throw AgentException(format("error: file '%.*s' %s", int(file_.size()), file_.charPtr(), what));
 }
 
 void ConfigReader::echo(char const* text, size_t size) {
-  parser_->echoStream().write(text, static_cast<std::streamsize>(size));
+  found(ConfigEvent::Kind::echo, std::string_view(text, size));
   // Blanks other than the space separate names as a reader expects.
   char byte = text[0];
   if (!remarking_ || byte == '\t' || byte == '\r' || byte == '\v' || byte == '\f') return;
@@ -48,45 +106,35 @@ void ConfigReader::echo(char const* text, size_t size) {
 
 void ConfigReader::remarkStrayByte() {
   if (remarkedLine_ != lineOfText_)
-    parser_->remarks()->onIgnoredByteBesideName(parser_->currentFile(), lineOfText_,
-                                                static_cast<unsigned char>(strayByte_));
+    found(ConfigEvent{ConfigEvent::Kind::strayByte, static_cast<unsigned char>(strayByte_), {}, 0, {}});
   remarkedLine_ = lineOfText_;
   strayByte_ = -1;
 }
 
-void ConfigReader::defineAttribute(std::string_view attribute, std::string_view value,
-                                   ConfigFileParser::AttributeType type) {
-  if (value.empty()) return;
-  ZET_TRACE_AT("ConfigFileParser", 3) << parser_->currentFile() << ": " << attribute << " = " << value;
-  parser_->handleAttribute(type, valueName(type, value));
-}
-
-Name const& ConfigReader::valueName(ConfigFileParser::AttributeType type, std::string_view value) {
-  Name& last = lastValues_.at(static_cast<size_t>(type));
-  if (last.view() != value) last = Name(value);
-  return last;
+void ConfigReader::attribute(ConfigFileParser::AttributeType type, std::string_view value) {
+  std::string& last = lastValues_.at(static_cast<size_t>(type));
+  bool again = last == value && !last.empty();
+  if (again) return found(ConfigEvent{ConfigEvent::Kind::attributeAgain, 0, type, 0, {}});
+  last.assign(value);
+  found(ConfigEvent{ConfigEvent::Kind::attribute, 0, type, 0, Name(value)});
 }
 
 void ConfigReader::displayAttributeError(std::string_view message, long lineDelta) {
   if (failure_) return;  // the parse is being abandoned; what follows is noise
   unsigned long line = lineOfText_ + static_cast<unsigned long>(lineDelta);
-  std::string text(parser_->currentFile().view());
+  std::string text(file_.view());
   text += ':';
   text += std::to_string(line);
   text += ": error: ";
   text += message;
   text += '\n';
-  std::ostream& out = parser_->errorStream();
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  out.flush();
-  parser_->parsingErrorsCountInc();
+  found(ConfigEvent::Kind::error, text);
 }
 
-String8 ConfigReader::substitutionValue(std::string_view name) const {
+String8 ConfigReader::substitutionValue(std::string_view name) {
   String8 key(name);
-  if (parser_->remarks() && !parser_->substitutions().mapHas(key))
-    parser_->remarks()->onUndefinedSubstitution(parser_->currentFile(), lineOfText_, name);
-  return parser_->substitutions(key);
+  if (remarking_ && !substitutions_.mapHas(key)) found(ConfigEvent::Kind::undefinedSubstitution, name);
+  return substitutions_.map(key);
 }
 
 ConfigText* ConfigReader::substitution(std::string_view name) { return newText(substitutionValue(name).view()); }

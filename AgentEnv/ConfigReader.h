@@ -7,7 +7,14 @@
 // reentrant and parsers share nothing. A read runs InitScanner(file),
 // InitParser(parser), parse(), then CleanupParser(), which must run even when
 // parse() throws: it releases the scanner's buffer and the reference to the
-// parser. Not thread-safe.
+// parser.
+//
+// The scanner and the grammar never touch the parser: what they find goes
+// to it as events (ConfigEvents.h), which parse() applies on the caller's
+// thread. A large file is scanned and parsed on a thread of its own
+// meanwhile, so that reading the next entries overlaps filling the config
+// dir with those before; a small one is read whole first, for a thread
+// would cost more than it saves. Not thread-safe otherwise.
 
 #include <array>
 #include <cstdio>
@@ -16,7 +23,9 @@
 #include <string_view>
 #include <vector>
 
+#include "AgentEnv/ConfigEvents.h"
 #include "AgentEnv/ConfigFileParser.h"
+#include "AgentEnv/SubstitutionsCollection.h"
 
 union AGENTENV_STYPE;
 
@@ -35,32 +44,42 @@ class ConfigReader {
 
   // Starts a fresh scanner on `in` (not owned) at line 1.
   void InitScanner(FILE* in);
-  // The parser that receives the grammar's callbacks and counts its errors.
+  // The parser that receives what the file holds, as events, and counts
+  // its errors. The name of its current file, its substitutions and whether
+  // it has an observer of remarks are taken now, for the whole read.
   void InitParser(Ptr<ConfigFileParser> parser);
   // Parses the whole file: 0 on success, 1 after a syntax error that no
-  // error rule absorbed, 2 when the grammar's stack is exhausted. What a
-  // callback or the scanner throws ends the parse and is rethrown here, after
-  // the grammar has released its stack: among it AgentException "error: file
-  // 'NAME' could not be read" and "error: file 'NAME' has a line longer than
-  // 64 MiB".
+  // error rule absorbed, 2 when the grammar's stack is exhausted. What the
+  // parser throws while applying an event ends the read and is rethrown
+  // here; what the scanner or the grammar throws ends the read after the
+  // events before it are applied and is rethrown then: among it
+  // AgentException "error: file 'NAME' could not be read" and "error: file
+  // 'NAME' has a line longer than 64 MiB".
   int parse();
   void CleanupParser();
 
   // No token is longer than its line, so bounding lines bounds the scanner's
   // buffer.
   static constexpr size_t kMaxLineLength = size_t(64) << 20;
+  // Files of at least this size are read on a thread of their own, which
+  // runs at most this many batches of events ahead of the parser.
+  static constexpr size_t kReadAheadBytes = size_t(256) << 10;
+  static constexpr size_t kBatchesAhead = 4;
 
   // ---- For the grammar -----------------------------------------------------
 
-  ConfigFileParser& parser() const { return *parser_; }
   // The next token (0 at the end of input), its value stored in *value.
   int nextToken(AGENTENV_STYPE* value) noexcept;
   // A text for the grammar's value stack, which hands it back to recycle():
   // texts are reused, so that a token costs no allocation.
   ConfigText* newText(std::string_view text);
   void recycle(ConfigText* text) noexcept;
-  // The line of the most recently scanned text.
-  unsigned long lineOfText() const { return lineOfText_; }
+  // Hands the parser an event found at the line of the most recently
+  // scanned text; `text` becomes the event's text.
+  void found(ConfigEvent::Kind kind, std::string_view text = {}) {
+    found(ConfigEvent{kind, 0, {}, 0, Name(text)});
+  }
+  void found(ConfigEvent event);
   // Runs a grammar action. What it throws is kept for parse() to rethrow and
   // false is returned, upon which the action abandons the parse.
   template <class Action>
@@ -73,12 +92,16 @@ class ConfigReader {
       return false;
     }
   }
-  // Hands a value to the parser's handleAttribute, unless it is empty.
-  void defineAttribute(std::string_view attribute, std::string_view value, ConfigFileParser::AttributeType type);
-  // The value of an attribute as a name. One equal to the previous value of
-  // the same attribute shares its text: files repeat type names, timeouts
-  // and unmount types entry after entry, and each costs one text then.
-  Name const& valueName(ConfigFileParser::AttributeType type, std::string_view value);
+  // Hands a value to the parser's handleAttribute. A value equal to the
+  // previous one of the same attribute in the file goes as attributeAgain,
+  // and the parser gives it the text it made of that one: files repeat type
+  // names, timeouts and unmount types entry after entry, and each costs one
+  // text then.
+  void attribute(ConfigFileParser::AttributeType type, std::string_view value);
+  // The same, except that an empty value is dropped.
+  void defineAttribute(ConfigFileParser::AttributeType type, std::string_view value) {
+    if (!value.empty()) attribute(type, value);
+  }
   // Reports "file:line: error: message" at the line of the most recently
   // scanned text, or at that line plus lineDelta, and counts it.
   void displayError(std::string_view message) { displayAttributeError(message, 0); }
@@ -97,14 +120,20 @@ class ConfigReader {
  private:
   // ---- The scanner (ConfigScanner.cpp) ---------------------------------------
 
+  // Scans and parses the file, posting what it finds to events_, and
+  // closes the queue; what ends the read early is kept in failure_.
+  void produce() noexcept;
+  // Posts the events found since the last post, unless the parser has
+  // stopped taking them.
+  void postFound();
+  // Whether the file is large enough to be read on a thread of its own.
+  bool readsAhead() const;
+
   // The next token; throws what reading the file throws.
   int scan(AGENTENV_STYPE* value);
   // Makes [next_, linesEnd_) hold the next whole lines (or the file's last
   // bytes); false at the end of the file.
   bool refill();
-  // Asks for the config dir's slots of `name`, just scanned, and of the
-  // entity that the lines read up to `end` open next.
-  void prefetchEntries(std::string_view name, char const* after, char const* end) const;
   // Reads up to `size` bytes of the file; 0 at its end. Throws on a read
   // error and on a line longer than kMaxLineLength.
   size_t read(char* buffer, size_t size);
@@ -127,7 +156,7 @@ class ConfigReader {
   }
   void remarkStrayByte();
   // The value of a substitution; one without a value is a remark.
-  String8 substitutionValue(std::string_view name) const;
+  String8 substitutionValue(std::string_view name);
   void releaseScanner();
   [[noreturn]] void throwFileError(char const* what) const;
 
@@ -142,7 +171,15 @@ class ConfigReader {
   size_t filled_ = 0;
   bool fileEnded_ = false;
   std::vector<std::unique_ptr<ConfigText>> spareTexts_;
-  Ptr<ConfigFileParser> parser_;
+  Ptr<ConfigFileParser> parser_;  // touched by the caller's thread only
+  // What the read sees of the parser, taken when it starts.
+  String8 file_;
+  SubstitutionsCollection substitutions_;
+  // The events found and not posted yet, and where they are posted.
+  ConfigEventQueue::Batch found_;
+  ConfigEventQueue* events_ = nullptr;
+  bool abandoned_ = false;        // the parser stopped taking events: the read ends
+  int result_ = 0;                // what the grammar returned
   std::exception_ptr failure_;    // what ended the current parse early
   unsigned long line_ = 1;        // the line the scanner is on
   unsigned long lineOfText_ = 1;  // the line of the most recently scanned text
@@ -155,7 +192,7 @@ class ConfigReader {
   bool endsName_ = false;
   int strayByte_ = -1;
   unsigned long remarkedLine_ = 0;
-  std::array<Name, 8> lastValues_;  // by attribute type
+  std::array<std::string, 8> lastValues_;  // by attribute type, in the file being read
 };
 
 }  // namespace Zet

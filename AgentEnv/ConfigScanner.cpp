@@ -112,6 +112,7 @@ void ConfigReader::InitScanner(FILE* in) {
   afterName_ = endsName_ = false;
   strayByte_ = -1;
   remarkedLine_ = 0;
+  for (std::string& value : lastValues_) value.clear();
 }
 
 void ConfigReader::releaseScanner() {
@@ -144,25 +145,6 @@ bool ConfigReader::refill() {
   }
   linesEnd_ = filled_;
   return linesEnd_ > 0;
-}
-
-// A name scanned is nearly always an entity's about to open, whose slot in
-// the config dir the parser reads a token later. That slot is asked for now,
-// and so is the slot of the name before the second '{' in the lines read,
-// which is nearly always the next entity's: the wait for it overlaps the
-// reading of this entity's body. A name guessed wrong costs a read only.
-void ConfigReader::prefetchEntries(std::string_view name, char const* after, char const* end) const {
-  parser_->prefetchEntry(name);
-  auto const* opens = static_cast<char const*>(std::memchr(after, '{', size_t(end - after)));
-  if (!opens) return;
-  auto const* next = static_cast<char const*>(std::memchr(opens + 1, '{', size_t(end - opens - 1)));
-  if (!next) return;
-  char const* nameEnd = next;
-  while (nameEnd > opens && (kindOf(nameEnd[-1]) == ByteKind::space || kindOf(nameEnd[-1]) == ByteKind::newline))
-    --nameEnd;
-  char const* nameStart = nameEnd;
-  while (nameStart > opens && isIdentifierByte(nameStart[-1])) --nameStart;
-  if (nameStart != nameEnd) parser_->prefetchEntry(std::string_view(nameStart, size_t(nameEnd - nameStart)));
 }
 
 int ConfigReader::scan(AGENTENV_STYPE* value) {
@@ -242,7 +224,6 @@ int ConfigReader::scan(AGENTENV_STYPE* value) {
           return keyword.token;
         }
         value->text = newText(text);
-        if (parser_) prefetchEntries(text, p + size, end);
         return IDENTIFIER;
       }
       case ByteKind::other:
@@ -277,7 +258,7 @@ size_t ConfigReader::readSome(char* buffer, size_t size) {
 }
 
 int ConfigReader::nextToken(AGENTENV_STYPE* value) noexcept {
-  if (failure_) return 0;
+  if (failure_ || abandoned_) return 0;
   try {
     return scan(value);
   } catch (...) {

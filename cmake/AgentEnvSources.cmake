@@ -7,12 +7,12 @@ set(AGENTENV_HEADERS AgentEnv.h AgentEnvConfig.h AgentEnvConfigDir.h AgentEnvCon
     AgentEnvStatus.h AgentEnvStatusDir.h AgentEnvVersion.h ConfigCollection.h ConfigFileParser.h ConfigFileSearch.h
     SubstitutionsCollection.h)
 list(TRANSFORM AGENTENV_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/AgentEnv/)
-set(internal AgentEnvSmReactors.h AgentEnvSmTrace.h ConfigReader.h ConfigText.h)
+set(internal AgentEnvSmReactors.h AgentEnvSmTrace.h ConfigEvents.h ConfigReader.h ConfigText.h)
 list(TRANSFORM internal PREPEND ${PROJECT_SOURCE_DIR}/AgentEnv/)
 check_header_lists(AgentEnv "${AGENTENV_HEADERS}" "${internal}")
 add_library(zetAgentEnv SHARED ${AGENTENV_SOURCES})
 add_library(ZetAgentEnv::zetAgentEnv ALIAS zetAgentEnv)
-target_link_libraries(zetAgentEnv PUBLIC zet)
+target_link_libraries(zetAgentEnv PUBLIC zet PRIVATE Threads::Threads)  # large files are read on a thread of their own
 target_include_directories(zetAgentEnv PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "AgentEnv/ConfigFileSearch.h"
+#include "AgentEnv/ConfigReader.h"
 #include "tests/comma_locale.h"
 #include "tests/config_test_support.h"
 
@@ -202,6 +203,85 @@ TEST_F(ConfigFileParserTest, AnExceptionFromTheDirectoryAbandonsTheFileCleanly) 
   files.write("fine.conf", "fine { typeName = \"T\"; }\n");
   p->configFileEnq("fine.conf");
   EXPECT_FALSE(refusing->agentEnvConfig("fine")->aggConfig());
+}
+
+// Records the remarks of a read as "file:line: what".
+class RecordedRemarks : public ConfigFileParser::Remarks {
+ public:
+  void onIgnoredByteBesideName(String8 const& file, unsigned long line, unsigned char byte) override {
+    seen.push_back(file.str() + ":" + std::to_string(line) + ": byte " + std::to_string(byte));
+  }
+  void onUndefinedSubstitution(String8 const& file, unsigned long line, std::string_view name) override {
+    seen.push_back(file.str() + ":" + std::to_string(line) + ": ${" + std::string(name) + "}");
+  }
+  Lines seen;
+};
+
+// Entries enough to make a file that is read on a thread of its own, in
+// more batches of events than may wait at once.
+std::string manyEntries(char const* prefix, size_t count) {
+  std::string text;
+  for (size_t i = 0; i < count; ++i) {
+    std::string name = prefix + std::to_string(i);
+    text += name + " { typeName = \"T\"; target = \"/" + name + "\"; }\n";
+  }
+  return text;
+}
+constexpr size_t kManyEntries = 10000;
+
+TEST_F(ConfigFileParserTest, ALargeFileReadOnAThreadOfItsOwnTellsEverythingInFileOrder) {
+  RecordedRemarks remarks;
+  parser->remarksIs(&remarks);
+  parser->sourceLinesKeptIs(true);
+  files.write("small.conf", "small { typeName = \"T\"; }\n");
+  std::string const head =
+      "#include \"small.conf\"\n"
+      "first {\n  bogus = 1;\n  typeName = \"T\"; typeName = \"U\";\n  source0 = ${UNSET};\n}\n"
+      "caf\xe9 { typeName = \"T\"; }\n";
+  std::string const tail = "last {\n  \"unterminated\n  target = \"/a\"; target = \"/b\";\n}\n";
+  std::string const many = manyEntries("p", kManyEntries);
+  ASSERT_GE(head.size() + many.size(), ConfigReader::kReadAheadBytes);
+  read("big.conf", head + many + tail);
+
+  unsigned long const last = 8 + kManyEntries;  // the line of "last {"
+  EXPECT_EQ(errorLines(), (Lines{"big.conf:3: error: unknown attribute name: bogus",
+                                 "big.conf: first: typeName already defined",
+                                 "big.conf:" + std::to_string(last + 1) + ": error: unterminated string",
+                                 "big.conf: last: target already defined"}))
+      << "syntax errors and repeated attributes are told in the order of the file";
+  EXPECT_EQ(parser->parsingErrorsCount(), 2u);
+  EXPECT_EQ(parser->attributeErrorsCount(), 2u);
+  EXPECT_EQ(remarks.seen, (Lines{"big.conf:5: ${UNSET}", "big.conf:7: byte 233"}));
+  EXPECT_EQ(echoes.str(), "\xe9");
+
+  EXPECT_EQ(dir->agentEnvConfigCount(), kManyEntries + 4) << "every entry, and those of the file included";
+  EXPECT_EQ(config("first")->typeName(), "T");
+  EXPECT_EQ(config("p9999")->target().text(), "/p9999");
+  EXPECT_EQ(config("last")->target().text(), "/a");
+  EXPECT_EQ(config("p0")->typeName().charPtr(), config("p9999")->typeName().charPtr())
+      << "a value repeated entry after entry is one text";
+  EXPECT_EQ(parser->sourceLines(Name("last")).entry, last);
+  EXPECT_EQ(parser->sourceLines(Name("last")).attribute[unsigned(ConfigFileParser::AttributeType::target)], last + 2);
+  ConfigFileParser::IncludeSite site = parser->includeSite("small.conf");
+  EXPECT_EQ(site.file, "big.conf");
+  EXPECT_EQ(site.line, 1u);
+}
+
+TEST_F(ConfigFileParserTest, AnExceptionWhileALargeFileIsReadStopsItsReaderWhereItIs) {
+  Ptr<AgentEnvConfigDir> refusing(new RefusingDir);
+  Ptr<ConfigFileParser> p = configFileParserFactory(refusing);
+  p->errorStreamIs(errors);
+  files.write("refuse.conf", manyEntries("before", kManyEntries) + "refused { typeName = \"T\"; }\n" +
+                                 manyEntries("after", kManyEntries) + "broken { bogus = 1; }\n");
+  EXPECT_THROW(p->configFileEnq("refuse.conf"), RangeException);
+  EXPECT_TRUE(refusing->agentEnvConfig(Name("before" + std::to_string(kManyEntries - 1))));
+  EXPECT_FALSE(refusing->agentEnvConfig(Name("after0")));
+  EXPECT_TRUE(errors.str().empty()) << "nothing after the exception is told";
+  EXPECT_TRUE(p->currentFile().isEmpty() && !p->currentEntity());
+
+  files.write("fine.conf", "fine { typeName = \"T\"; }\n");
+  p->configFileEnq("fine.conf");
+  EXPECT_EQ(refusing->agentEnvConfig(Name("fine"))->typeName(), "T") << "the next file starts afresh";
 }
 
 TEST_F(ConfigFileParserTest, SubstitutionsQueuesAndDirectCallsFollowTheSameRules) {
