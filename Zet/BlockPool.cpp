@@ -63,6 +63,7 @@ struct ThreadBlocks {
   char* newSlab();
   void newRegion();
   void backMore();
+  void releaseBacked() noexcept;
 };
 
 std::mutex idleMutex;
@@ -76,6 +77,7 @@ ThreadBlocks* idle = nullptr;  // those of threads that ended, guarded by idleMu
 struct Handback {
   ~Handback() {
     if (!mine) return;
+    mine->releaseBacked();
     std::lock_guard<std::mutex> lock(idleMutex);
     mine->nextIdle = idle;
     idle = std::exchange(mine, nullptr);
@@ -120,6 +122,18 @@ void ThreadBlocks::backMore() {
 #endif
   regionBacked += bytes;
   stepAskedAhead = PageBacker::backSoon(regionBacked, std::min(kBackedStepBytes, size_t(regionEnd - regionBacked)));
+}
+
+// Gives the system back the pages backed beyond the slabs cut, so that the
+// blocks of a thread that ended hold no memory unused until another thread
+// takes them over; that thread backs them again as it cuts slabs.
+void ThreadBlocks::releaseBacked() noexcept {
+  char* backedEnd = stepAskedAhead ? regionBacked + std::min(kBackedStepBytes, size_t(regionEnd - regionBacked)) : regionBacked;
+  if (backedEnd == regionRest) return;
+  PageBacker::forget(regionRest, size_t(backedEnd - regionRest));
+  ::madvise(regionRest, size_t(backedEnd - regionRest), MADV_DONTNEED);
+  regionBacked = regionRest;
+  stepAskedAhead = false;
 }
 
 char* ThreadBlocks::newSlab() {
