@@ -8,7 +8,7 @@ bool ConfigEventQueue::post(Batch& batch) {
   Batch next;
   {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return abandoned_ || limit_ == 0 || waiting_.size() < limit_; });
+    changed_.wait(lock, [&] { return abandoned_ || waiting_.size() < limit_; });
     if (abandoned_) {
       batch.clear();
       return false;

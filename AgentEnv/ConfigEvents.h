@@ -47,8 +47,6 @@ class ConfigEventQueue {
   using Batch = std::vector<ConfigEvent>;
   static constexpr size_t kBatchEvents = 4096;
 
-  // A limit of 0 lets any number of batches wait, for a consumer that takes
-  // them only once the producer is done.
   explicit ConfigEventQueue(size_t limit) : limit_(limit) {}
   ConfigEventQueue(ConfigEventQueue const&) = delete;
   ConfigEventQueue& operator=(ConfigEventQueue const&) = delete;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <locale>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -24,33 +25,41 @@ void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) {
   substitutions_ = parser_ ? parser_->substitutions() : SubstitutionsCollection();
 }
 
-// The events are applied here, on the caller's thread, as they are posted.
-// When applying one throws, the reader is told to stop and its thread is
-// waited for before the exception goes on.
+// A small file is read on the caller's thread, which applies the events
+// each time a batch is full. A large one is read on a thread of its own,
+// which posts its batches for the caller's thread to apply meanwhile.
 int ConfigReader::parse() {
-  bool const ahead = readsAhead();
-  ConfigEventQueue events(ahead ? kBatchesAhead : 0);
-  events_ = &events;
+  std::optional<ConfigEventQueue> events;
   std::thread reading;
-  if (ahead) {
+  if (readsAhead()) {
+    events_ = &events.emplace(kBatchesAhead);
     try {
       reading = std::thread([this] { produce(); });
-    } catch (std::system_error const&) {  // no thread to be had: read first, then apply
+    } catch (std::system_error const&) {  // no thread to be had: read here
+      events_ = nullptr;
     }
   }
-  if (!reading.joinable()) produce();
+  if (reading.joinable())
+    applyPosted(*events, reading);
+  else
+    produce();
+  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+  return result_;
+}
+
+// When applying an event throws, the reading thread is told to stop and is
+// waited for before the exception goes on.
+void ConfigReader::applyPosted(ConfigEventQueue& events, std::thread& reading) {
   ConfigEventQueue::Batch batch;
   try {
     while (events.take(batch)) parser_->handleConfigEvents(batch);
   } catch (...) {
     events.abandon();
-    if (reading.joinable()) reading.join();
+    reading.join();
     failure_ = nullptr;
     throw;
   }
-  if (reading.joinable()) reading.join();
-  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
-  return result_;
+  reading.join();
 }
 
 bool ConfigReader::readsAhead() const {
@@ -68,18 +77,33 @@ void ConfigReader::produce() noexcept {
     if (!failure_) failure_ = std::current_exception();
   }
   found_.clear();
-  events_->close();
+  if (events_) events_->close();
 }
 
+// Read on the caller's thread, the events are applied at once; what that
+// throws ends the read as what the grammar throws does, and nothing after
+// it is applied.
 void ConfigReader::postFound() {
-  if (!abandoned_ && !found_.empty()) abandoned_ = !events_->post(found_);
+  if (abandoned_ || found_.empty()) return;
+  if (events_) {
+    abandoned_ = !events_->post(found_);
+    return;
+  }
+  try {
+    parser_->handleConfigEvents(found_);
+  } catch (...) {
+    abandoned_ = true;
+    found_.clear();
+    throw;
+  }
+  found_.clear();
 }
 
 void ConfigReader::found(ConfigEvent event) {
   if (abandoned_) return;
   event.line = lineOfText_;
   found_.push_back(std::move(event));
-  if (found_.size() == ConfigEventQueue::kBatchEvents) postFound();
+  if (found_.size() == (events_ ? ConfigEventQueue::kBatchEvents : kAppliedBatchEvents)) postFound();
 }
 
 void ConfigReader::CleanupParser() {

@@ -10,17 +10,18 @@
 // parser.
 //
 // The scanner and the grammar never touch the parser: what they find goes
-// to it as events (ConfigEvents.h), which parse() applies on the caller's
+// to it as events (ConfigEvents.h), applied in batches on the caller's
 // thread. A large file is scanned and parsed on a thread of its own
 // meanwhile, so that reading the next entries overlaps filling the config
-// dir with those before; a small one is read whole first, for a thread
-// would cost more than it saves. Not thread-safe otherwise.
+// dir with those before; a small one is read on the caller's thread, for a
+// thread would cost more than it saves. Not thread-safe otherwise.
 
 #include <array>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "AgentEnv/ConfigEvents.h"
@@ -65,6 +66,9 @@ class ConfigReader {
   // runs at most this many batches of events ahead of the parser.
   static constexpr size_t kReadAheadBytes = size_t(256) << 10;
   static constexpr size_t kBatchesAhead = 4;
+  // Read on the caller's thread, events are applied this many at a time,
+  // while the batch is still in the first-level cache.
+  static constexpr size_t kAppliedBatchEvents = 256;
 
   // ---- For the grammar -----------------------------------------------------
 
@@ -120,12 +124,14 @@ class ConfigReader {
  private:
   // ---- The scanner (ConfigScanner.cpp) ---------------------------------------
 
-  // Scans and parses the file, posting what it finds to events_, and
-  // closes the queue; what ends the read early is kept in failure_.
+  // Scans and parses the file, posting what it finds, then closes events_
+  // if there is one; what ends the read early is kept in failure_.
   void produce() noexcept;
-  // Posts the events found since the last post, unless the parser has
-  // stopped taking them.
+  // Hands the parser the events found since the last post, unless it has
+  // stopped taking them: through events_, or at once without one.
   void postFound();
+  // Applies what the reading thread posts to events until it is done.
+  void applyPosted(ConfigEventQueue& events, std::thread& reading);
   // Whether the file is large enough to be read on a thread of its own.
   bool readsAhead() const;
 
@@ -177,7 +183,7 @@ class ConfigReader {
   SubstitutionsCollection substitutions_;
   // The events found and not posted yet, and where they are posted.
   ConfigEventQueue::Batch found_;
-  ConfigEventQueue* events_ = nullptr;
+  ConfigEventQueue* events_ = nullptr;  // null when read on the caller's thread
   bool abandoned_ = false;        // the parser stopped taking events: the read ends
   int result_ = 0;                // what the grammar returned
   std::exception_ptr failure_;    // what ended the current parse early

@@ -267,21 +267,27 @@ TEST_F(ConfigFileParserTest, ALargeFileReadOnAThreadOfItsOwnTellsEverythingInFil
   EXPECT_EQ(site.line, 1u);
 }
 
-TEST_F(ConfigFileParserTest, AnExceptionWhileALargeFileIsReadStopsItsReaderWhereItIs) {
-  Ptr<AgentEnvConfigDir> refusing(new RefusingDir);
-  Ptr<ConfigFileParser> p = configFileParserFactory(refusing);
-  p->errorStreamIs(errors);
-  files.write("refuse.conf", manyEntries("before", kManyEntries) + "refused { typeName = \"T\"; }\n" +
-                                 manyEntries("after", kManyEntries) + "broken { bogus = 1; }\n");
-  EXPECT_THROW(p->configFileEnq("refuse.conf"), RangeException);
-  EXPECT_TRUE(refusing->agentEnvConfig(Name("before" + std::to_string(kManyEntries - 1))));
-  EXPECT_FALSE(refusing->agentEnvConfig(Name("after0")));
-  EXPECT_TRUE(errors.str().empty()) << "nothing after the exception is told";
-  EXPECT_TRUE(p->currentFile().isEmpty() && !p->currentEntity());
+// Read on the caller's thread or on one of its own, a file whose entries
+// fill several batches of events before and after the one refused.
+TEST_F(ConfigFileParserTest, AnExceptionWhileAFileIsReadStopsItsReaderWhereItIs) {
+  for (size_t entries : {size_t(100), kManyEntries}) {
+    SCOPED_TRACE(entries);
+    Ptr<AgentEnvConfigDir> refusing(new RefusingDir);
+    Ptr<ConfigFileParser> p = configFileParserFactory(refusing);
+    p->errorStreamIs(errors);
+    std::string const file = "refuse" + std::to_string(entries) + ".conf";
+    files.write(file, manyEntries("before", entries) + "refused { typeName = \"T\"; }\n" +
+                          manyEntries("after", entries) + "broken { bogus = 1; }\n");
+    EXPECT_THROW(p->configFileEnq(String8(file)), RangeException);
+    EXPECT_TRUE(refusing->agentEnvConfig(Name("before" + std::to_string(entries - 1))));
+    EXPECT_FALSE(refusing->agentEnvConfig(Name("after0")));
+    EXPECT_TRUE(errors.str().empty()) << "nothing after the exception is told";
+    EXPECT_TRUE(p->currentFile().isEmpty() && !p->currentEntity());
 
-  files.write("fine.conf", "fine { typeName = \"T\"; }\n");
-  p->configFileEnq("fine.conf");
-  EXPECT_EQ(refusing->agentEnvConfig(Name("fine"))->typeName(), "T") << "the next file starts afresh";
+    files.write("fine.conf", "fine { typeName = \"T\"; }\n");
+    p->configFileEnq("fine.conf");
+    EXPECT_EQ(refusing->agentEnvConfig(Name("fine"))->typeName(), "T") << "the next file starts afresh";
+  }
 }
 
 TEST_F(ConfigFileParserTest, SubstitutionsQueuesAndDirectCallsFollowTheSameRules) {
