@@ -1,7 +1,7 @@
 # libzetAgentEnv: records, configuration language, state machines, version.
 file(GLOB AGENTENV_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/AgentEnv/*.cpp)
 # The installed headers, named one by one; the state machine's reactors and
-# trace, and the scanner's reader and texts, are internal.
+# trace, and the scanner's reader, texts and events, are internal.
 set(AGENTENV_HEADERS AgentEnv.h AgentEnvConfig.h AgentEnvConfigDir.h AgentEnvConsistency.h AgentEnvDirSm.h
     AgentEnvDirSmWrapper.h AgentEnvMode.h AgentEnvMonitorDirSm.h AgentEnvMonitorSm.h AgentEnvRoot.h AgentEnvSm.h
     AgentEnvStatus.h AgentEnvStatusDir.h AgentEnvVersion.h ConfigCollection.h ConfigFileParser.h ConfigFileSearch.h
