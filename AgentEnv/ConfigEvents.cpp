@@ -21,7 +21,7 @@ bool ConfigEventQueue::post(Batch& batch) {
   }
   changed_.notify_all();
   batch = std::move(next);
-  batch.reserve(kBatchEvents);
+  batch.events.reserve(kBatchEvents);
   return true;
 }
 
@@ -38,7 +38,7 @@ bool ConfigEventQueue::take(Batch& batch) {
   Batch applied = std::move(batch);
   {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (applied.capacity() != 0) spare_.push_back(std::move(applied));
+    if (applied.events.capacity() != 0) spare_.push_back(std::move(applied));
     changed_.wait(lock, [&] { return closed_ || !waiting_.empty(); });
     if (waiting_.empty()) return false;
     batch = std::move(waiting_.front());
@@ -55,6 +55,11 @@ void ConfigEventQueue::abandon() {
     waiting_.clear();
   }
   changed_.notify_all();
+}
+
+bool ConfigEventQueue::abandoned() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return abandoned_;
 }
 
 }  // namespace Zet

@@ -9,11 +9,16 @@
 // echoed bytes and remarks. So the reader may run on a thread of its own
 // while the parser applies what it found on the caller's, and the parser
 // still sees one file's findings in file order, as if read on its thread.
+// An event's text is bytes in its batch: the parser makes the names it
+// keeps, on its thread, so that they go back to that thread's blocks when
+// they are dropped.
 
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "AgentEnv/ConfigFileParser.h"
@@ -36,7 +41,31 @@ struct ConfigEvent {
   unsigned char byte = 0;
   ConfigFileParser::AttributeType attribute{};
   unsigned long line = 0;  // where in the file the event was found
-  Name text;
+  uint32_t textStart = 0;  // in the batch's texts
+  uint32_t textSize = 0;
+};
+
+// Events and their texts, one after another. A text is at most a line,
+// 64 MiB, and a batch is posted once its texts pass kFullTextBytes, so
+// 32 bits hold where a text starts.
+struct ConfigEventBatch {
+  static constexpr size_t kFullTextBytes = size_t(1) << 20;
+
+  std::vector<ConfigEvent> events;
+  std::string texts;
+
+  std::string_view text(ConfigEvent const& event) const { return {texts.data() + event.textStart, event.textSize}; }
+  void add(ConfigEvent event, std::string_view text) {
+    event.textStart = static_cast<uint32_t>(texts.size());
+    event.textSize = static_cast<uint32_t>(text.size());
+    texts.append(text);
+    events.push_back(event);
+  }
+  bool empty() const { return events.empty(); }
+  void clear() {
+    events.clear();
+    texts.clear();
+  }
 };
 
 // One producer and one consumer. Batches posted wait, at most `limit` of
@@ -44,7 +73,7 @@ struct ConfigEvent {
 // large file costs a bounded number of events in memory.
 class ConfigEventQueue {
  public:
-  using Batch = std::vector<ConfigEvent>;
+  using Batch = ConfigEventBatch;
   static constexpr size_t kBatchEvents = 4096;
 
   explicit ConfigEventQueue(size_t limit) : limit_(limit) {}
@@ -67,6 +96,7 @@ class ConfigEventQueue {
   bool take(Batch& batch);
   // Takes no more: a waiting producer goes on, and what it posts is dropped.
   void abandon();
+  bool abandoned();
 
  private:
   std::mutex mutex_;

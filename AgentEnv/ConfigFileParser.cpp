@@ -21,20 +21,27 @@ class ConfigFileParser::FileRead {
   FileRead(ConfigFileParser& parser, String8 const& name, FILE* file) : parser_(parser) {
     parser_.currentFile_ = name;
     parser_.lastValues_.fill(Name());
-    parser_.reader_->InitScanner(file);
-    parser_.reader_->InitParser(&parser_);
+    try {
+      parser_.reader_->InitScanner(file);
+      parser_.reader_->InitParser(&parser_);
+    } catch (...) {
+      end();
+      throw;
+    }
   }
-  ~FileRead() {
+  ~FileRead() { end(); }
+  FileRead(FileRead const&) = delete;
+  FileRead& operator=(FileRead const&) = delete;
+
+ private:
+  void end() noexcept {
     parser_.reader_->CleanupParser();
     parser_.currentFile_ = String8();
     parser_.currentEntity_ = nullptr;
     parser_.currentDependency_ = Name();
     parser_.scopes_.clear();
   }
-  FileRead(FileRead const&) = delete;
-  FileRead& operator=(FileRead const&) = delete;
 
- private:
   ConfigFileParser& parser_;
 };
 
@@ -95,49 +102,50 @@ void ConfigFileParser::readConfigFile(String8 const& name) {
 // ahead of the one being made, so that the waits for them overlap.
 static constexpr size_t kEntriesAhead = 8;
 
-void ConfigFileParser::handleConfigEvents(std::vector<ConfigEvent>& events) {
+void ConfigFileParser::handleConfigEvents(ConfigEventBatch const& batch) {
+  std::vector<ConfigEvent> const& events = batch.events;
   auto const opens = [](ConfigEvent const& event) { return event.kind == ConfigEvent::Kind::entityOpens; };
   size_t ahead = 0, entriesAhead = 0;
-  for (ConfigEvent& event : events) {
+  for (ConfigEvent const& event : events) {
     if (opens(event)) {
       for (; ahead < events.size() && entriesAhead <= kEntriesAhead; ++ahead)
         if (opens(events[ahead])) {
-          configDir_->agentEnvConfigs().prefetch(events[ahead].text);
+          configDir_->agentEnvConfigs().prefetchText(batch.text(events[ahead]));
           ++entriesAhead;
         }
       --entriesAhead;
     }
-    handleConfigEvent(event);
+    handleConfigEvent(event, batch.text(event));
   }
 }
 
-void ConfigFileParser::handleConfigEvent(ConfigEvent& event) {
+void ConfigFileParser::handleConfigEvent(ConfigEvent const& event, std::string_view text) {
   lineOfEvent_ = event.line;
   switch (event.kind) {
-    case ConfigEvent::Kind::entityOpens: return handleEntityScopeEnter(event.text);
+    case ConfigEvent::Kind::entityOpens: return handleEntityScopeEnter(Name(text));
     case ConfigEvent::Kind::entityCloses: return handleEntityScopeExit();
     case ConfigEvent::Kind::attribute:
-      lastValues_.at(unsigned(event.attribute)) = std::move(event.text);
+      lastValues_.at(unsigned(event.attribute)) = Name(text);
       [[fallthrough]];
     case ConfigEvent::Kind::attributeAgain: {
       Name const& value = lastValues_.at(unsigned(event.attribute));
       traceAttribute(event.attribute, value);
       return handleAttribute(event.attribute, value);
     }
-    case ConfigEvent::Kind::include: return configFileEnq(event.text);
+    case ConfigEvent::Kind::include: return configFileEnq(String8(text));
     case ConfigEvent::Kind::error:
-      errorStream_->write(event.text.charPtr(), static_cast<std::streamsize>(event.text.size()));
+      errorStream_->write(text.data(), static_cast<std::streamsize>(text.size()));
       errorStream_->flush();
       ++parsingErrorsCount_;
       return;
     case ConfigEvent::Kind::echo:
-      echoStream_->write(event.text.charPtr(), static_cast<std::streamsize>(event.text.size()));
+      echoStream_->write(text.data(), static_cast<std::streamsize>(text.size()));
       return;
     case ConfigEvent::Kind::strayByte:
       if (remarks_) remarks_->onIgnoredByteBesideName(currentFile_, event.line, event.byte);
       return;
     case ConfigEvent::Kind::undefinedSubstitution:
-      if (remarks_) remarks_->onUndefinedSubstitution(currentFile_, event.line, event.text.view());
+      if (remarks_) remarks_->onUndefinedSubstitution(currentFile_, event.line, text);
       return;
   }
 }

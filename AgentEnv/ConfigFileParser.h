@@ -38,6 +38,7 @@ namespace Zet {
 
 class ConfigReader;
 struct ConfigEvent;
+struct ConfigEventBatch;
 
 class ConfigFileParser : public Entity {
  public:
@@ -197,8 +198,8 @@ class ConfigFileParser : public Entity {
   void readConfigFile(String8 const& name);
   bool defineOnce(bool alreadySet, std::string_view attribute);
   // Applies what the reader found in the file being read, in file order.
-  void handleConfigEvents(std::vector<ConfigEvent>& events);
-  void handleConfigEvent(ConfigEvent& event);
+  void handleConfigEvents(ConfigEventBatch const& batch);
+  void handleConfigEvent(ConfigEvent const& event, std::string_view text);
   void traceAttribute(AttributeType type, Name const& value) const;
 
   Ptr<AgentEnvConfigDir> configDir_;

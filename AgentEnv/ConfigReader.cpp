@@ -34,17 +34,34 @@ int ConfigReader::parse() {
   if (readsAhead()) {
     events_ = &events.emplace(kBatchesAhead);
     try {
-      reading = std::thread([this] { produce(); });
+      reading = std::thread([this] {
+        Expect tracedByTheCaller(kException);
+        produce();
+      });
     } catch (std::system_error const&) {  // no thread to be had: read here
       events_ = nullptr;
     }
   }
-  if (reading.joinable())
+  if (reading.joinable()) {
     applyPosted(*events, reading);
-  else
+    traceOnThisThread(failure_);
+  } else {
     produce();
+  }
   if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
   return result_;
+}
+
+// What ended a read on its own thread is traced as if it had happened on
+// the caller's, whose scopes say what it expects.
+void ConfigReader::traceOnThisThread(std::exception_ptr const& failure) {
+  if (!failure) return;
+  try {
+    std::rethrow_exception(failure);
+  } catch (Exception const& e) {
+    e.traceIfUnexpected();
+  } catch (...) {
+  }
 }
 
 // When applying an event throws, the reading thread is told to stop and is
@@ -80,9 +97,9 @@ void ConfigReader::produce() noexcept {
   if (events_) events_->close();
 }
 
-// Read on the caller's thread, the events are applied at once; what that
-// throws ends the read as what the grammar throws does, and nothing after
-// it is applied.
+// Read on the caller's thread, the events are applied at once. What that
+// throws ends the read, and is what parse() throws: it comes before
+// anything the reader met after these events, a read error say.
 void ConfigReader::postFound() {
   if (abandoned_ || found_.empty()) return;
   if (events_) {
@@ -93,17 +110,17 @@ void ConfigReader::postFound() {
     parser_->handleConfigEvents(found_);
   } catch (...) {
     abandoned_ = true;
-    found_.clear();
-    throw;
+    failure_ = std::current_exception();
   }
   found_.clear();
 }
 
-void ConfigReader::found(ConfigEvent event) {
+void ConfigReader::found(ConfigEvent event, std::string_view text) {
   if (abandoned_) return;
   event.line = lineOfText_;
-  found_.push_back(std::move(event));
-  if (found_.size() == (events_ ? ConfigEventQueue::kBatchEvents : kAppliedBatchEvents)) postFound();
+  found_.add(event, text);
+  size_t const full = events_ ? ConfigEventQueue::kBatchEvents : kAppliedBatchEvents;
+  if (found_.events.size() == full || found_.texts.size() >= ConfigEventBatch::kFullTextBytes) postFound();
 }
 
 void ConfigReader::CleanupParser() {
@@ -130,7 +147,7 @@ void ConfigReader::echo(char const* text, size_t size) {
 
 void ConfigReader::remarkStrayByte() {
   if (remarkedLine_ != lineOfText_)
-    found(ConfigEvent{ConfigEvent::Kind::strayByte, static_cast<unsigned char>(strayByte_), {}, 0, {}});
+    found(ConfigEvent{ConfigEvent::Kind::strayByte, static_cast<unsigned char>(strayByte_)}, {});
   remarkedLine_ = lineOfText_;
   strayByte_ = -1;
 }
@@ -138,9 +155,8 @@ void ConfigReader::remarkStrayByte() {
 void ConfigReader::attribute(ConfigFileParser::AttributeType type, std::string_view value) {
   std::string& last = lastValues_.at(static_cast<size_t>(type));
   bool again = last == value && !last.empty();
-  if (again) return found(ConfigEvent{ConfigEvent::Kind::attributeAgain, 0, type, 0, {}});
-  last.assign(value);
-  found(ConfigEvent{ConfigEvent::Kind::attribute, 0, type, 0, Name(value)});
+  if (!again) last.assign(value);
+  found(ConfigEvent{again ? ConfigEvent::Kind::attributeAgain : ConfigEvent::Kind::attribute, 0, type}, again ? "" : value);
 }
 
 void ConfigReader::displayAttributeError(std::string_view message, long lineDelta) {

@@ -79,11 +79,9 @@ class ConfigReader {
   ConfigText* newText(std::string_view text);
   void recycle(ConfigText* text) noexcept;
   // Hands the parser an event found at the line of the most recently
-  // scanned text; `text` becomes the event's text.
-  void found(ConfigEvent::Kind kind, std::string_view text = {}) {
-    found(ConfigEvent{kind, 0, {}, 0, Name(text)});
-  }
-  void found(ConfigEvent event);
+  // scanned text.
+  void found(ConfigEvent::Kind kind, std::string_view text = {}) { found(ConfigEvent{kind}, text); }
+  void found(ConfigEvent event, std::string_view text);
   // Runs a grammar action. What it throws is kept for parse() to rethrow and
   // false is returned, upon which the action abandons the parse.
   template <class Action>
@@ -132,6 +130,7 @@ class ConfigReader {
   void postFound();
   // Applies what the reading thread posts to events until it is done.
   void applyPosted(ConfigEventQueue& events, std::thread& reading);
+  static void traceOnThisThread(std::exception_ptr const& failure);
   // Whether the file is large enough to be read on a thread of its own.
   bool readsAhead() const;
 

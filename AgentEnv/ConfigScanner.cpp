@@ -123,6 +123,10 @@ void ConfigReader::releaseScanner() {
 }
 
 bool ConfigReader::refill() {
+  // A parser that stopped taking events ends the read here, however few
+  // events the lines left would make.
+  if (events_ && events_->abandoned()) abandoned_ = true;
+  if (abandoned_) return false;
   if (next_ != 0) std::memmove(buffer_.get(), buffer_.get() + next_, filled_ - next_);
   filled_ -= next_;
   next_ = linesEnd_ = 0;

@@ -10,6 +10,10 @@ namespace {
 }
 
 Exception::Exception(String8 text, uint32_t kinds) : text_(std::move(text)), kinds_(kinds | kException) {
+  traceIfUnexpected();
+}
+
+void Exception::traceIfUnexpected() const {
   if (!Expect::isExpected(kinds_)) {
     ZET_TRACE_AT("Exception", 1) << "unexpected exception: " << text_;
   }

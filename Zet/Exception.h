@@ -40,6 +40,10 @@ class Exception : public std::exception {
   // The kinds this exception belongs to, as ExceptionKind bits.
   uint32_t kinds() const noexcept { return kinds_; }
   bool isKind(ExceptionKind k) const noexcept { return (kinds_ & k) != 0; }
+  // Traces it as an internal fault unless its kinds are expected on this
+  // thread. Done when it is made; a thread that takes over an exception
+  // made on another, under Expect there, does it again.
+  void traceIfUnexpected() const;
 
  protected:
   Exception(String8 text, uint32_t kinds);

@@ -2,7 +2,10 @@
 // are keywords, what counts as a blank, where diagnostics point, how strings
 // and numbers are cut out of the text, and how long a line may be.
 
+#include <thread>
+
 #include "AgentEnv/ConfigReader.h"
+#include "Zet/Trace.h"
 #include "tests/config_test_support.h"
 
 namespace Zet::testing {
@@ -85,16 +88,33 @@ TEST_F(ConfigScanner, LinesOfAMegabyteAreFineAndOfSixtyFourMegabytesTooLong) {
   EXPECT_TRUE(errors.str().empty());
   EXPECT_EQ(config("store")->source0().text().size(), megabyte.size());
 
+  // Such a file is read on a thread of its own; what ends the read is
+  // traced on the caller's thread, under the caller's expectations.
+  std::vector<std::thread::id> traced;
+  Trace::configIs("Exception/1");
+  Trace::sinkIs([&](std::string_view facility, int, std::string_view line) {
+    if (facility == "Exception" && line.find("huge") != line.npos) traced.push_back(std::this_thread::get_id());
+  });
   std::string huge = "kept { typeName = \"T\"; }\n// ";
   huge.append(ConfigReader::kMaxLineLength, 'x');
+  huge += "\nlost { typeName = \"T\"; }\n";
   try {
-    read("huge.conf", huge + "\nlost { typeName = \"T\"; }\n");
+    read("huge.conf", huge);
     FAIL() << "no exception";
   } catch (AgentException const& e) {
     EXPECT_STREQ(e.what(), "error: file 'huge.conf' has a line longer than 64 MiB");
   }
   EXPECT_TRUE(config("kept"));
   EXPECT_FALSE(config("lost"));
+  EXPECT_EQ(traced, std::vector<std::thread::id>{std::this_thread::get_id()});
+  {
+    Expect expected(kAgentException);
+    EXPECT_THROW(read("huge2.conf", huge), AgentException);
+  }
+  EXPECT_EQ(traced.size(), 1u) << "an expected failure is not traced";
+  Trace::sinkIs({});
+  char const* env = std::getenv("ZET_TRACE");
+  Trace::configIs(env ? env : "");
 }
 
 }  // namespace
