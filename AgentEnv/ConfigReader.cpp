@@ -31,6 +31,7 @@ void ConfigReader::InitParser(Ptr<ConfigFileParser> parser) {
 int ConfigReader::parse() {
   std::optional<ConfigEventQueue> events;
   std::thread reading;
+  events_ = nullptr;
   if (readsAhead()) {
     events_ = &events.emplace(kBatchesAhead);
     try {
