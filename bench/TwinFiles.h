@@ -11,10 +11,7 @@
 // files, the first of which includes the second; at 1M entries the two
 // files hold about 220 MB.
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -25,6 +22,8 @@
 #ifdef ZET_HAVE_LIBCONFIGXX
 #include <libconfig.h++>
 #endif
+
+#include "bench/BenchDirectory.h"
 
 namespace TwinFiles {
 
@@ -102,17 +101,10 @@ struct FileSet {
   int groups = 0;  // records besides the entries: the enclosing aggregates
 };
 
-// The files for `entries`, written once per process into a temporary
-// directory removed at exit.
+// The files for `entries`, written once per process (see BenchDirectory.h).
 inline FileSet const& files(int entries) {
   static std::map<int, FileSet> made;
-  static std::string root;
-  if (root.empty()) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zet-config-bench-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) std::abort();
-    root = pattern;
-    std::atexit([] { std::filesystem::remove_all(root); });
-  }
+  static std::string const root = BenchDirectory::made("zet-config-bench");
   auto [it, inserted] = made.try_emplace(entries);
   if (inserted) {
     FileSet& f = it->second;
