@@ -98,8 +98,13 @@ struct AgentRun {
   int status = -1;  // the exit status; -1 when it did not exit
 };
 
-// Runs `agentenv run --until-settled FILE` with its output discarded.
+// Runs `agentenv run --until-settled FILE` with its output discarded. The
+// memory this process has freed (a parse tree, the text of a file written)
+// is handed back to the system first: the agent would otherwise run on
+// memory the system has to find elsewhere, which is slower to take on a
+// virtual machine, and more so from one run to the next.
 AgentRun runAgent(std::string const& file) {
+  ::malloc_trim(0);
   std::string control = "unix:" + root() + "/control.sock";
   char const* argv[] = {AGENTENV_COMMAND, "run",  "--until-settled", "--control", control.c_str(),
                         file.c_str(),     nullptr};
@@ -165,17 +170,15 @@ BENCHMARK_CAPTURE(settle, aggregates, Shape::aggregates)
 // of a pair, and the median of the pairs' ratios is printed with their
 // range. Each settling is a process of its own, and each parse starts, as a
 // process reading its configuration at start-up does, from memory handed
-// back to the system: the tree of the last parse is freed (after its clock
-// stopped) and the memory it took given back before the next pair, which
-// would otherwise run on memory the system has to find elsewhere.
+// back to the system; its tree is freed after its clock stopped.
 void compareWithLibconfig(int pairs) {
   std::string const& file = configFile(Shape::independent, 1000000);
   TwinFiles::FileSet const& twin = TwinFiles::files(1000000);
   std::vector<double> settled, parsed, ratios;
   for (int i = 0; i < pairs; ++i) {
-    ::malloc_trim(0);
     AgentRun run = runAgent(file);
     if (run.status != 0) return (void)std::printf("settle 1M: agentenv run did not settle\n");
+    ::malloc_trim(0);
     auto start = std::chrono::steady_clock::now();
     auto tree = TwinFiles::libconfigParse(twin);
     double parse = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
