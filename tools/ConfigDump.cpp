@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "PrintableText.h"
+#include "SortByKey.h"
 
 namespace Zet::Tool {
 namespace {
@@ -21,11 +22,10 @@ AgentEnvConfig* raw(Ptr<AgentEnvConfig> const& config) { return config.ptr(); }
 AgentEnvConfig* raw(AgentEnvConfig* config) { return config; }
 
 template <class Map>
-std::vector<AgentEnvConfig*> sortedByName(Map const& configs) {
-  std::vector<AgentEnvConfig*> sorted;
-  for (auto const& m : configs) sorted.push_back(raw(m.value()));
-  std::sort(sorted.begin(), sorted.end(), [](AgentEnvConfig* a, AgentEnvConfig* b) { return a->name() < b->name(); });
-  return sorted;
+std::vector<AgentEnvConfig*> membersByName(Map const& configs) {
+  std::vector<AgentEnvConfig*> members;
+  for (auto const& m : configs) members.push_back(raw(m.value()));
+  return sortedByName(std::move(members));
 }
 
 std::string quoted(std::string_view text) {
@@ -64,7 +64,7 @@ void printEntry(AgentEnvConfig const& c, size_t depth, std::ostream& out) {
 }  // namespace
 
 void dumpConfigs(AgentEnvConfigDir const& dir, std::ostream& out) {
-  std::vector<AgentEnvConfig*> const all = sortedByName(dir.agentEnvConfigs());
+  std::vector<AgentEnvConfig*> const all = membersByName(dir.agentEnvConfigs());
   std::unordered_set<AgentEnvConfig const*> printed;
   auto printTree = [&](AgentEnvConfig* root) {
     std::vector<std::pair<AgentEnvConfig*, size_t>> pending{{root, 0}};
@@ -73,7 +73,7 @@ void dumpConfigs(AgentEnvConfigDir const& dir, std::ostream& out) {
       pending.pop_back();
       if (!printed.insert(config).second) continue;
       printEntry(*config, depth, out);
-      std::vector<AgentEnvConfig*> const members = sortedByName(config->nestedConfigs());
+      std::vector<AgentEnvConfig*> const members = membersByName(config->nestedConfigs());
       for (auto m = members.rbegin(); m != members.rend(); ++m) pending.emplace_back(*m, depth + 1);
     }
   };

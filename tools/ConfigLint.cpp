@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "AgentEnv/AgentEnvConsistency.h"
@@ -18,13 +17,27 @@ using Type = ConfigFileParser::AttributeType;
 
 class Lint {
  public:
+  // The entries in the order the files declare them: by file, then by the
+  // line that opens the entry, each looked up once before the sort.
   Lint(ConfigFileParser const& parser, Warnings& warnings) : parser_(parser), warnings_(warnings) {
-    for (auto const& member : parser.configDir()->agentEnvConfigs()) entries_.push_back(member.value().ptr());
-    // In the order the files declare them.
-    std::sort(entries_.begin(), entries_.end(), [&](AgentEnvConfig const* a, AgentEnvConfig const* b) {
-      return std::tuple(a->configFile().view(), parser.sourceLines(a->name()).entry, a->name().view()) <
-             std::tuple(b->configFile().view(), parser.sourceLines(b->name()).entry, b->name().view());
+    struct Declared {
+      std::string_view file;
+      unsigned long line;
+      AgentEnvConfig const* entry;
+    };
+    std::vector<Declared> declared;
+    declared.reserve(parser.configDir()->agentEnvConfigCount());
+    for (auto const& member : parser.configDir()->agentEnvConfigs()) {
+      AgentEnvConfig const* e = member.value().ptr();
+      declared.push_back({e->configFile().view(), parser.sourceLines(e->name()).entry, e});
+    }
+    std::sort(declared.begin(), declared.end(), [](Declared const& a, Declared const& b) {
+      if (a.file != b.file) return a.file < b.file;
+      if (a.line != b.line) return a.line < b.line;
+      return a.entry->name().view() < b.entry->name().view();
     });
+    entries_.reserve(declared.size());
+    for (Declared const& d : declared) entries_.push_back(d.entry);
   }
 
   void run() {

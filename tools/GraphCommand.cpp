@@ -9,6 +9,7 @@
 #include "DependencyCycles.h"
 #include "Help.h"
 #include "PrintableText.h"
+#include "SortByKey.h"
 
 namespace Zet::Tool {
 namespace {
@@ -69,7 +70,7 @@ int GraphCommand::run() {
   std::set<std::string> onCycle = namesOnCycles(*view.configs);
   std::vector<AgentEnvConfig const*> entries;
   for (auto const& member : view.configs->agentEnvConfigs()) entries.push_back(member.value().ptr());
-  std::sort(entries.begin(), entries.end(), [](auto a, auto b) { return a->name().view() < b->name().view(); });
+  entries = sortedByName(std::move(entries));
   std::ostream& out = std::cout;
   out << "digraph agentenv {\n  rankdir=LR;\n  node [shape=box, style=filled, fillcolor=white];\n";
   for (AgentEnvConfig const* e : entries) {

@@ -12,7 +12,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Zet::Tool {
 
@@ -39,6 +41,37 @@ void sortByKey(Record* first, Record* last, KeyOf const& keyOf, Less const& less
     }
   for (size_t v = 0; v < 256; ++v)
     if (count[v] > 1) sortByKey(end[v] - count[v], end[v], keyOf, less, byte + 1);
+}
+
+// The first eight bytes of a name, the first most significant, zero past
+// its end: names ordered by their keys are ordered as the names are, but
+// for names that share their first eight bytes.
+inline uint64_t nameKey(std::string_view name) {
+  uint64_t key = 0;
+  for (size_t i = 0; i < sizeof key; ++i) key = key << 8 | (i < name.size() ? uint8_t(name[i]) : 0);
+  return key;
+}
+
+// The objects, each of which has a name(), ordered by name: a name is read
+// once for its key and again only where keys tie, where sorting the pointers
+// by their names would read two names at each of some twenty comparisons
+// per object, each read a wait for memory in a set far larger than the cache.
+template <class Object>
+std::vector<Object*> sortedByName(std::vector<Object*> objects) {
+  struct Keyed {
+    uint64_t key;
+    Object* object;
+  };
+  std::vector<Keyed> keyed;
+  keyed.reserve(objects.size());
+  for (Object* o : objects) keyed.push_back({nameKey(o->name().view()), o});
+  sortByKey(
+      keyed.data(), keyed.data() + keyed.size(), [](Keyed const& k) { return k.key; },
+      [](Keyed const& a, Keyed const& b) {
+        return a.key != b.key ? a.key < b.key : a.object->name().view() < b.object->name().view();
+      });
+  for (size_t i = 0; i < keyed.size(); ++i) objects[i] = keyed[i].object;
+  return objects;
 }
 
 }  // namespace Zet::Tool

@@ -151,7 +151,7 @@ StatusRows::StatusRows(AgentEnvStatusDir const& statuses, AgentEnvConfigDir cons
   order_.reserve(only.empty() ? statuses.agentEnvStatusCount() : only.size());
   for (auto const& member : statuses.agentEnvStatuses())
     if (isNamed(only, member.key().view()))
-      order_.push_back({sortKey(member.key().view()), member.value().ptr(), nullptr});
+      order_.push_back({nameKey(member.key().view()), member.value().ptr(), nullptr});
   // The configs are looked up while the entries are still in the order of
   // the statuses in memory, which is (nearly always) the configs' own.
   auto const& index = configs.agentEnvConfigs();
@@ -178,12 +178,6 @@ void StatusRows::readAhead(size_t i) const {
   }
   if (size_t near = i + kReadAhead / 2; near < order_.size())
     __builtin_prefetch(order_[near].status->name().charPtr());
-}
-
-uint64_t StatusRows::sortKey(std::string_view name) {
-  uint64_t key = 0;
-  for (size_t i = 0; i < sizeof key; ++i) key = key << 8 | (i < name.size() ? uint8_t(name[i]) : 0);
-  return key;
 }
 
 bool StatusRows::allInitialized() const {

@@ -82,11 +82,10 @@ class StatusRows {
 
  private:
   struct Entry {
-    uint64_t key;  // the name's first eight bytes, big-endian: orders as the name does
+    uint64_t key;  // nameKey of the entry's name (SortByKey.h)
     AgentEnvStatus const* status;
     AgentEnvConfig const* config;  // null when the entry has none
   };
-  static uint64_t sortKey(std::string_view name);
 
   AgentEnvStatusDir const& statuses_;
   std::vector<Entry, ArrayAllocator<Entry>> order_;  // by name

@@ -109,6 +109,25 @@ TEST_F(AgentenvCheck, DumpShowsEntriesNestedUnderTheirAggregateSortedByName) {
                        dumped("  ", "second", {{"typeName", "\"say \\\"hi\\\"\\x09\""}, {"aggConfig", "zeta"}}));
 }
 
+// Names are ordered by their first eight bytes first: names that share them
+// must still come in the order of the whole names, in the dump and in a cycle.
+TEST_F(AgentenvCheck, NamesSharingTheirFirstEightBytesSortByTheWholeName) {
+  files.write("long.conf",
+              "configuration_b { typeName = \"Zet::Dir\"; target = \"/b\"; dependency = \"configuration_a\"; }\n"
+              "configuration_c { typeName = \"Zet::Dir\"; target = \"/c\"; dependency = \"configuration_b\"; }\n"
+              "configuration { typeName = \"Zet::Dir\"; target = \"/n\"; }\n"
+              "configuration_a { typeName = \"Zet::Dir\"; target = \"/a\"; dependency = \"configuration_c\"; }\n");
+  Result r = agentenv({"check", "--dump", "long.conf"});
+  EXPECT_EQ(r.err,
+            "long.conf:4: warning: dependency cycle: configuration_a -> configuration_c -> configuration_b -> "
+            "configuration_a\n");
+  std::vector<size_t> at;
+  for (char const* name : {"configuration\n", "configuration_a\n", "configuration_b\n", "configuration_c\n"})
+    at.push_back(r.out.find(name));
+  EXPECT_NE(at.front(), std::string::npos) << r.out;
+  EXPECT_TRUE(std::is_sorted(at.begin(), at.end())) << r.out;
+}
+
 TEST_F(AgentenvCheck, WarnsOfWhatWouldFailAtRunTimeAtItsLine) {
   files.write("lint.conf",
               "base { typeName = \"Zet::Dir\";\n"
