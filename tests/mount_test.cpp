@@ -429,6 +429,31 @@ TEST(Mount, APeerThatSubscribesOverAndOverIsDisconnectedAtItsBound) {
   EXPECT_TRUE(eventually([&] { return peer("figures") == "sessions 0 pending 0"; }));
 }
 
+// A snapshot waits for its reader whatever its size: the bound of bytes
+// waiting counts what comes beside it. The bound of entities watched holds
+// on the export's socket; the tools' control socket mounts whole trees.
+TEST(Mount, SnapshotsPassTheBoundOfBytesWaitingAndTheToolsWatchWholeTrees) {
+  PeerProcess peer({"ZET_ATTRLOG_MAX_PENDING=16384", "ZET_ATTRLOG_MAX_WATCHED=1500"});
+  std::string exported = socketDir() + "/exported.sock", control = socketDir() + "/control.sock";
+  ASSERT_EQ(peer("listen-sock " + exported), "ok");
+  ASSERT_EQ(peer("control-sock " + control), "ok");
+  ASSERT_EQ(peer("fill /big 1000"), "ok");
+  std::string hello;
+  NboAttrLog::FrameWriter(hello).hello();
+  auto greeted = [&](std::string const& socket) {
+    SocketFd fd = connectedTo(socket);
+    EXPECT_EQ(::write(fd.get(), hello.data(), hello.size()), ssize_t(hello.size()));
+    return fd;
+  };
+  uint32_t subscriptions = 0;
+  SocketFd viaExport = greeted(exported);
+  EXPECT_TRUE(subscribeAndRead(viaExport.get(), subscriptions, 1, "/big")) << "1001 entities, far past 16384 bytes";
+  EXPECT_FALSE(subscribeAndRead(viaExport.get(), subscriptions, 1, "/big")) << "2002 entities watched";
+  SocketFd viaControl = greeted(control);
+  EXPECT_TRUE(subscribeAndRead(viaControl.get(), subscriptions, 3, "/big"));
+  EXPECT_EQ(peer("figures"), "sessions 1 pending 0");
+}
+
 TEST(Mount, IdlePeersCostNoReadBufferAndPartialFramesHaveABoundForAll) {
   PeerProcess peer({"ZET_ATTRLOG_MAX_INPUT=100000"});
   std::string socket = socketDir() + "/idle.sock";

@@ -3,7 +3,9 @@
 // domain socket, by default $XDG_RUNTIME_DIR/agentenv-NAME.sock (or
 // /tmp/agentenv-UID-NAME.sock without XDG_RUNTIME_DIR), NAME being the
 // agent's name (--agent-name, else AGENT_NAME, else "agent"). The socket
-// serves the agent's tree, /AgentEnv included, to its own user only.
+// serves the agent's tree, /AgentEnv included, to its own user only, whole:
+// the bound on entities a peer watches (ZET_ATTRLOG_MAX_WATCHED) is for the
+// agent's other peers.
 //
 // An agent on another machine is looked at through the port its export
 // listens on (--remote tls://HOST:PORT), with this process's certificates

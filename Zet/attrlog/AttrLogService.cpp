@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 
 #include "Zet/Activity.h"
@@ -153,11 +154,20 @@ void AttrLogService::acceptAll(Listener& listener) {
       continue;
     }
     std::unique_ptr<TlsChannel> tls = context ? TlsChannel::server(context, fd.get()) : nullptr;
-    auto session = std::make_unique<AttrLogSession>(std::move(fd), std::move(tls), peer, refused, bounds_,
+    auto session = std::make_unique<AttrLogSession>(std::move(fd), std::move(tls), peer, refused, boundsFor(listener),
                                                     [this](AttrLogSession* s) { sessionEnded(s); });
     AttrLogSession* key = session.get();
     sessions_.emplace(key, std::move(session));
   }
+}
+
+// A peer of the control socket is this process's user looking at it with
+// the tools, which mount whole trees (every status and config of an agent
+// of a million entries): what it watches is not bounded, only what waits
+// for it beside its snapshots.
+AttrLogSession::Bounds AttrLogService::boundsFor(Listener const& listener) const {
+  if (&listener != &control_) return bounds_;
+  return {bounds_.pendingBytes, SIZE_MAX};
 }
 
 void AttrLogService::rest(int error) {

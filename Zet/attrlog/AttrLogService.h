@@ -11,11 +11,13 @@
 //   ZET_ATTRLOG_PEER_UIDS        users whose processes may connect through a
 //                                domain socket, comma-separated (default:
 //                                this process's user)
-//   ZET_ATTRLOG_MAX_PENDING      bytes that may wait for a slow peer before
-//                                it is disconnected (default 64 MiB)
+//   ZET_ATTRLOG_MAX_PENDING      bytes that may wait for a slow peer beside
+//                                its snapshots before it is disconnected
+//                                (default 64 MiB)
 //   ZET_ATTRLOG_MAX_WATCHED      entities one peer's subscriptions may watch
 //                                together before it is disconnected (default
-//                                262144)
+//                                262144; a peer of the control socket, the
+//                                process's own tools, is not bounded)
 //   ZET_ATTRLOG_MAX_INPUT        bytes of partial frames all peers may hold
 //                                together (default 64 MiB; AttrLogStream)
 //
@@ -70,6 +72,7 @@ class AttrLogService : private ConnectionDir::Listeners {
   static void socketFileDel(Listener const& listener);
   void watch(Listener& listener);
   void acceptAll(Listener& listener);
+  AttrLogSession::Bounds boundsFor(Listener const& listener) const;
   // Accept ran out of descriptors: the listeners stop being watched until a
   // session ends or a short pause has passed.
   void rest(int error);

@@ -1,5 +1,7 @@
 #include "Zet/attrlog/AttrLogSession.h"
 
+#include <algorithm>
+
 #include "Zet/Format.h"
 #include "Zet/Trace.h"
 
@@ -54,7 +56,9 @@ void AttrLogSession::onMessage(Message const& m) {
         return end(format("%s holds more than %zu subscriptions", stream_->peer().charPtr(), kMaxSubscriptions));
       auto& tree = trees_[m.subscription];
       tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription, watched_);
+      size_t before = frames().size();
       tree->serve(m.name);
+      snapshotBytes_ = std::min(snapshotBytes_, stream_->pendingBytes()) + (frames().size() - before);
       return framesAdded();
     }
     case Kind::unsubscribe:
@@ -77,11 +81,15 @@ void AttrLogSession::greet(Message const& m) {
   greeted_ = true;
 }
 
+// The bytes of the snapshots still waiting are the last ones written at
+// most, as bytes go out in the order written.
 void AttrLogSession::framesAdded() {
   if (finished_) return;
-  if (stream_->pendingBytes() > bounds_.pendingBytes)
-    return end(format("%s stays behind: %zu bytes wait to be sent, more than the bound of %zu",
-                      stream_->peer().charPtr(), stream_->pendingBytes(), bounds_.pendingBytes));
+  size_t pending = stream_->pendingBytes();
+  snapshotBytes_ = std::min(snapshotBytes_, pending);
+  if (pending - snapshotBytes_ > bounds_.pendingBytes)
+    return end(format("%s stays behind: %zu bytes wait to be sent beside its snapshots, more than the bound of %zu",
+                      stream_->peer().charPtr(), pending - snapshotBytes_, bounds_.pendingBytes));
   if (watched_ > bounds_.watchedEntities)
     return end(format("%s watches %zu entities through its subscriptions, more than the bound of %zu",
                       stream_->peer().charPtr(), watched_, bounds_.watchedEntities));
@@ -89,6 +97,7 @@ void AttrLogSession::framesAdded() {
 }
 
 void AttrLogSession::onRoom() {
+  snapshotBytes_ = 0;  // everything written has gone
   // What does not fit goes out with the next slice, once this one has gone.
   for (auto& [subscription, tree] : trees_) tree->writeChanges(kChangeSlice);
 }

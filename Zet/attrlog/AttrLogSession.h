@@ -6,14 +6,13 @@
 // peer's greeting, and serves each subscription the peer asks for as a
 // ServedTree. Changed entities go out when the connection has room; frames
 // that must go out in order (entities added and removed) are written at
-// once, and a peer that lets more than the bound of bytes wait is
-// disconnected, so a slow peer costs bounded memory and never blocks the
-// process. The bound counts snapshots too: it must exceed the largest
-// snapshot a peer may ask for. What a peer's subscriptions keep is bounded
-// as well: a peer whose subscriptions together watch more entities than
-// its bound (each subscription counts every entity below its path, though
-// subscriptions of one entity share their record of it) is disconnected,
-// and it may hold 65536 subscriptions at most.
+// once, and a peer that lets more than the bound of bytes wait beside its
+// snapshots is disconnected, so a slow peer costs bounded memory and never
+// blocks the process. Snapshots are bounded by what the peer's
+// subscriptions watch: a peer whose subscriptions together watch more
+// entities than its bound (each subscription counts every entity below its
+// path, though subscriptions of one entity share their record of it) is
+// disconnected, and it may hold 65536 subscriptions at most.
 
 #include <cstdint>
 #include <memory>
@@ -33,7 +32,7 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
 
   // What one peer may cost.
   struct Bounds {
-    size_t pendingBytes;     // bytes waiting to be sent
+    size_t pendingBytes;     // bytes waiting to be sent, but for snapshots
     size_t watchedEntities;  // entities its subscriptions watch together
   };
 
@@ -65,6 +64,9 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
   Ptr<AttrLogStream> stream_;
   Bounds bounds_;
   size_t watched_ = 0;  // entities watched by all the trees
+  // Of the bytes waiting, those of snapshots, at most: they do not count
+  // toward the bound of bytes waiting.
+  size_t snapshotBytes_ = 0;
   Ended ended_;
   bool greeted_ = false;
   bool finished_ = false;

@@ -4,6 +4,7 @@
 // line on standard output ("ok", or what was asked for).
 //
 //   listen-port N | listen-sock PATH     where the service listens
+//   control-sock PATH                    where the service listens for tools
 //   gauge PATH VALUE                     a Test::Gauge at PATH (made with its
 //                                        directories when absent) set to VALUE
 //   secret PATH                          an entity of a type only this process knows
@@ -111,6 +112,9 @@ std::string run(std::string const& line) {
   } else if (command == "listen-sock") {
     in >> path;
     NboAttrLog::connectionDir()->listenDomainSockIs(String8(path));
+  } else if (command == "control-sock") {
+    in >> path;
+    NboAttrLog::connectionDir()->controlDomainSockIs(String8(path));
   } else if (command == "gauge") {
     in >> path >> n;
     gaugeAt(path)->valueIs(n);
