@@ -452,6 +452,18 @@ TEST(Mount, SnapshotsPassTheBoundOfBytesWaitingAndTheToolsWatchWholeTrees) {
   SocketFd viaControl = greeted(control);
   EXPECT_TRUE(subscribeAndRead(viaControl.get(), subscriptions, 3, "/big"));
   EXPECT_EQ(peer("figures"), "sessions 1 pending 0");
+
+  // A peer that subscribes and ends the subscription over and over, never
+  // reading, is let go: the snapshot of a subscription that ended counts.
+  SocketFd churner = greeted(exported);
+  std::string frames;
+  NboAttrLog::FrameWriter writer(frames);
+  for (uint32_t s = 1; s <= 100; ++s) {
+    writer.subscribe(s, "/big");
+    writer.unsubscribe(s);
+  }
+  ASSERT_EQ(::send(churner.get(), frames.data(), frames.size(), MSG_NOSIGNAL), ssize_t(frames.size()));
+  EXPECT_TRUE(eventually([&] { return peer("figures") == "sessions 1 pending 0"; })) << peer("figures");
 }
 
 TEST(Mount, IdlePeersCostNoReadBufferAndPartialFramesHaveABoundForAll) {

@@ -54,15 +54,20 @@ void AttrLogSession::onMessage(Message const& m) {
     case Kind::subscribe: {
       if (trees_.size() >= kMaxSubscriptions && !trees_.count(m.subscription))
         return end(format("%s holds more than %zu subscriptions", stream_->peer().charPtr(), kMaxSubscriptions));
-      auto& tree = trees_[m.subscription];
-      tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription, watched_);
+      Served& served = trees_[m.subscription];
+      forgetSnapshot(served);
+      served.tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription, watched_);
       size_t before = frames().size();
-      tree->serve(m.name);
-      snapshotBytes_ = std::min(snapshotBytes_, stream_->pendingBytes()) + (frames().size() - before);
+      served.tree->serve(m.name);
+      served.snapshotBytes = frames().size() - before;
+      snapshotBytes_ = std::min(snapshotBytes_, stream_->pendingBytes() - served.snapshotBytes) + served.snapshotBytes;
       return framesAdded();
     }
     case Kind::unsubscribe:
-      trees_.erase(m.subscription);
+      if (auto found = trees_.find(m.subscription); found != trees_.end()) {
+        forgetSnapshot(found->second);
+        trees_.erase(found);
+      }
       return;
     default:
       end(format("%s sent a frame of kind %u, which only a server sends", stream_->peer().charPtr(), unsigned(m.kind)));
@@ -96,10 +101,23 @@ void AttrLogSession::framesAdded() {
   stream_->sendSoon();
 }
 
+// A subscription that ends (or is replaced) no longer watches what its
+// snapshot showed: the bytes of it still waiting count toward the bound
+// again, so that subscribing and ending over and over with no reading
+// stops there.
+void AttrLogSession::forgetSnapshot(Served& served) {
+  snapshotBytes_ -= std::min(snapshotBytes_, served.snapshotBytes);
+  served.snapshotBytes = 0;
+}
+
 void AttrLogSession::onRoom() {
-  snapshotBytes_ = 0;  // everything written has gone
+  // Everything written has gone, snapshots too.
+  snapshotBytes_ = 0;
   // What does not fit goes out with the next slice, once this one has gone.
-  for (auto& [subscription, tree] : trees_) tree->writeChanges(kChangeSlice);
+  for (auto& [subscription, served] : trees_) {
+    served.snapshotBytes = 0;
+    served.tree->writeChanges(kChangeSlice);
+  }
 }
 
 void AttrLogSession::onStreamClosed(String8 const& reason, bool) {

@@ -55,7 +55,13 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
     if (!finished_) stream_->sendSoon();
   }
 
+  struct Served {
+    std::unique_ptr<ServedTree> tree;
+    size_t snapshotBytes = 0;  // of its snapshot, waiting at most
+  };
+
   void greet(Message const& message);
+  void forgetSnapshot(Served& served);
   // Ends the session with a trace line saying why.
   void end(String8 const& reason);
   // Tells the owner, once, that the session may be destroyed.
@@ -64,13 +70,14 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
   Ptr<AttrLogStream> stream_;
   Bounds bounds_;
   size_t watched_ = 0;  // entities watched by all the trees
-  // Of the bytes waiting, those of snapshots, at most: they do not count
-  // toward the bound of bytes waiting.
+  // Of the bytes waiting, those of the snapshots of subscriptions that
+  // still watch them, at most: they do not count toward the bound of bytes
+  // waiting.
   size_t snapshotBytes_ = 0;
   Ended ended_;
   bool greeted_ = false;
   bool finished_ = false;
-  std::unordered_map<uint32_t, std::unique_ptr<ServedTree>> trees_;  // by subscription
+  std::unordered_map<uint32_t, Served> trees_;  // by subscription
 };
 
 }  // namespace NboAttrLog
