@@ -4,8 +4,8 @@
 // /tmp/agentenv-UID-NAME.sock without XDG_RUNTIME_DIR), NAME being the
 // agent's name (--agent-name, else AGENT_NAME, else "agent"). The socket
 // serves the agent's tree, /AgentEnv included, to its own user only, whole:
-// the bound on entities a peer watches (ZET_ATTRLOG_MAX_WATCHED) is for the
-// agent's other peers.
+// the bounds on what a peer watches and on snapshots waiting for it are for
+// the agent's other peers.
 //
 // An agent on another machine is looked at through the port its export
 // listens on (--remote tls://HOST:PORT), with this process's certificates

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -144,7 +145,7 @@ void AttrLogService::acceptAll(Listener& listener) {
       return;
     }
     exhaustionSaid_ = false;
-    String8 refused = listener.domain ? refusal(fd.get()) : String8();
+    String8 refused = listener.domain ? refusal(fd.get(), &listener == &control_) : String8();
     String8 peer = listener.domain ? format("peer on %s", listener.domainPath.charPtr())
                                    : "TCP peer " + Socket::peerAddress(fd.get());
     ssl_ctx_st* context = listener.domain ? nullptr : TlsIdentity::process().serverContext();
@@ -161,13 +162,13 @@ void AttrLogService::acceptAll(Listener& listener) {
   }
 }
 
-// A peer of the control socket is this process's user looking at it with
-// the tools, which mount whole trees (every status and config of an agent
-// of a million entries): what it watches is not bounded, only what waits
-// for it beside its snapshots.
+// A peer of the control socket is this process's own user looking at it
+// with the tools, which mount whole trees (every status and config of an
+// agent of a million entries): what it watches is not bounded, and what
+// may wait for it is counted beside its snapshots.
 AttrLogSession::Bounds AttrLogService::boundsFor(Listener const& listener) const {
   if (&listener != &control_) return bounds_;
-  return {bounds_.pendingBytes, SIZE_MAX};
+  return {bounds_.pendingBytes, SIZE_MAX, true};
 }
 
 void AttrLogService::rest(int error) {
@@ -198,11 +199,13 @@ void AttrLogService::wake() {
     if (listener->fd.isOpen()) watch(*listener);
 }
 
-String8 AttrLogService::refusal(int fd) const {
+// The control socket is this process's user's alone, whoever else may
+// mount from its exports.
+String8 AttrLogService::refusal(int fd, bool control) const {
   auto uid = Socket::peerUid(fd);
   if (!uid) return "the peer's credentials cannot be read";
-  for (uid_t allowed : allowedUids_)
-    if (*uid == allowed) return String8();
+  if (control ? *uid == ::geteuid() : std::find(allowedUids_.begin(), allowedUids_.end(), *uid) != allowedUids_.end())
+    return String8();
   return format("user %u may not mount from this process", unsigned(*uid));
 }
 

@@ -8,12 +8,14 @@
 // the value. Each peer that connects gets an AttrLogSession.
 //
 // Settings, read from the environment when the service starts:
-//   ZET_ATTRLOG_PEER_UIDS        users whose processes may connect through a
-//                                domain socket, comma-separated (default:
-//                                this process's user)
-//   ZET_ATTRLOG_MAX_PENDING      bytes that may wait for a slow peer beside
-//                                its snapshots before it is disconnected
-//                                (default 64 MiB)
+//   ZET_ATTRLOG_PEER_UIDS        users whose processes may connect through the
+//                                listen domain socket, comma-separated
+//                                (default: this process's user; the control
+//                                socket takes this process's user only)
+//   ZET_ATTRLOG_MAX_PENDING      bytes that may wait for a slow peer before
+//                                it is disconnected (default 64 MiB; for a
+//                                peer of the control socket, beside the
+//                                snapshots its subscriptions were sent)
 //   ZET_ATTRLOG_MAX_WATCHED      entities one peer's subscriptions may watch
 //                                together before it is disconnected (default
 //                                262144; a peer of the control socket, the
@@ -78,7 +80,7 @@ class AttrLogService : private ConnectionDir::Listeners {
   void rest(int error);
   void wake();
   // Why a domain-socket peer may not connect; empty when it may.
-  String8 refusal(int fd) const;
+  String8 refusal(int fd, bool control) const;
   void sessionEnded(AttrLogSession* session);
   void memoryReturnSoon();
 

@@ -1,7 +1,5 @@
 #include "Zet/attrlog/AttrLogSession.h"
 
-#include <algorithm>
-
 #include "Zet/Format.h"
 #include "Zet/Trace.h"
 
@@ -55,17 +53,17 @@ void AttrLogSession::onMessage(Message const& m) {
       if (trees_.size() >= kMaxSubscriptions && !trees_.count(m.subscription))
         return end(format("%s holds more than %zu subscriptions", stream_->peer().charPtr(), kMaxSubscriptions));
       Served& served = trees_[m.subscription];
-      forgetSnapshot(served);
+      liveSnapshotBytes_ -= served.snapshotBytes;  // a subscription replaced
       served.tree = std::make_unique<ServedTree>(static_cast<ServedTree::Outlet&>(*this), m.subscription, watched_);
       size_t before = frames().size();
       served.tree->serve(m.name);
       served.snapshotBytes = frames().size() - before;
-      snapshotBytes_ = std::min(snapshotBytes_, stream_->pendingBytes() - served.snapshotBytes) + served.snapshotBytes;
+      liveSnapshotBytes_ += served.snapshotBytes;
       return framesAdded();
     }
     case Kind::unsubscribe:
       if (auto found = trees_.find(m.subscription); found != trees_.end()) {
-        forgetSnapshot(found->second);
+        liveSnapshotBytes_ -= found->second.snapshotBytes;
         trees_.erase(found);
       }
       return;
@@ -86,38 +84,21 @@ void AttrLogSession::greet(Message const& m) {
   greeted_ = true;
 }
 
-// The bytes of the snapshots still waiting are the last ones written at
-// most, as bytes go out in the order written.
 void AttrLogSession::framesAdded() {
   if (finished_) return;
-  size_t pending = stream_->pendingBytes();
-  snapshotBytes_ = std::min(snapshotBytes_, pending);
-  if (pending - snapshotBytes_ > bounds_.pendingBytes)
-    return end(format("%s stays behind: %zu bytes wait to be sent beside its snapshots, more than the bound of %zu",
-                      stream_->peer().charPtr(), pending - snapshotBytes_, bounds_.pendingBytes));
+  size_t bound = bounds_.pendingBytes + (bounds_.snapshotsAside ? liveSnapshotBytes_ : 0);
+  if (stream_->pendingBytes() > bound)
+    return end(format("%s stays behind: %zu bytes wait to be sent, more than the bound of %zu",
+                      stream_->peer().charPtr(), stream_->pendingBytes(), bound));
   if (watched_ > bounds_.watchedEntities)
     return end(format("%s watches %zu entities through its subscriptions, more than the bound of %zu",
                       stream_->peer().charPtr(), watched_, bounds_.watchedEntities));
   stream_->sendSoon();
 }
 
-// A subscription that ends (or is replaced) no longer watches what its
-// snapshot showed: the bytes of it still waiting count toward the bound
-// again, so that subscribing and ending over and over with no reading
-// stops there.
-void AttrLogSession::forgetSnapshot(Served& served) {
-  snapshotBytes_ -= std::min(snapshotBytes_, served.snapshotBytes);
-  served.snapshotBytes = 0;
-}
-
 void AttrLogSession::onRoom() {
-  // Everything written has gone, snapshots too.
-  snapshotBytes_ = 0;
   // What does not fit goes out with the next slice, once this one has gone.
-  for (auto& [subscription, served] : trees_) {
-    served.snapshotBytes = 0;
-    served.tree->writeChanges(kChangeSlice);
-  }
+  for (auto& [subscription, served] : trees_) served.tree->writeChanges(kChangeSlice);
 }
 
 void AttrLogSession::onStreamClosed(String8 const& reason, bool) {

@@ -6,13 +6,16 @@
 // peer's greeting, and serves each subscription the peer asks for as a
 // ServedTree. Changed entities go out when the connection has room; frames
 // that must go out in order (entities added and removed) are written at
-// once, and a peer that lets more than the bound of bytes wait beside its
-// snapshots is disconnected, so a slow peer costs bounded memory and never
-// blocks the process. Snapshots are bounded by what the peer's
-// subscriptions watch: a peer whose subscriptions together watch more
-// entities than its bound (each subscription counts every entity below its
-// path, though subscriptions of one entity share their record of it) is
-// disconnected, and it may hold 65536 subscriptions at most.
+// once, and a peer that lets more than the bound of bytes wait is
+// disconnected, so a slow peer costs bounded memory and never blocks the
+// process. The bound counts snapshots too: it must exceed the largest
+// snapshot a peer may ask for, unless its bounds set snapshots aside (for
+// the process's own tools, which mount whole trees). What a peer's
+// subscriptions keep is bounded as well: a peer whose subscriptions
+// together watch more entities than its bound (each subscription counts
+// every entity below its path, though subscriptions of one entity share
+// their record of it) is disconnected, and it may hold 65536 subscriptions
+// at most.
 
 #include <cstdint>
 #include <memory>
@@ -32,8 +35,11 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
 
   // What one peer may cost.
   struct Bounds {
-    size_t pendingBytes;     // bytes waiting to be sent, but for snapshots
+    size_t pendingBytes;     // bytes waiting to be sent
     size_t watchedEntities;  // entities its subscriptions watch together
+    // Whether pendingBytes is counted beside the bytes of the snapshots
+    // its subscriptions were sent, however large, rather than over them.
+    bool snapshotsAside = false;
   };
 
   // Serves the accepted connection fd, over TLS when given `tls`;
@@ -57,11 +63,10 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
 
   struct Served {
     std::unique_ptr<ServedTree> tree;
-    size_t snapshotBytes = 0;  // of its snapshot, waiting at most
+    size_t snapshotBytes = 0;  // of the snapshot it was sent
   };
 
   void greet(Message const& message);
-  void forgetSnapshot(Served& served);
   // Ends the session with a trace line saying why.
   void end(String8 const& reason);
   // Tells the owner, once, that the session may be destroyed.
@@ -70,10 +75,7 @@ class AttrLogSession final : private AttrLogStream::Handler, private ServedTree:
   Ptr<AttrLogStream> stream_;
   Bounds bounds_;
   size_t watched_ = 0;  // entities watched by all the trees
-  // Of the bytes waiting, those of the snapshots of subscriptions that
-  // still watch them, at most: they do not count toward the bound of bytes
-  // waiting.
-  size_t snapshotBytes_ = 0;
+  size_t liveSnapshotBytes_ = 0;  // of the snapshots its subscriptions were sent
   Ended ended_;
   bool greeted_ = false;
   bool finished_ = false;
