@@ -1,5 +1,8 @@
 #include "Zet/attrlog/AttrLogSession.h"
 
+#include <algorithm>
+#include <cstdint>
+
 #include "Zet/Format.h"
 #include "Zet/Trace.h"
 
@@ -86,7 +89,8 @@ void AttrLogSession::greet(Message const& m) {
 
 void AttrLogSession::framesAdded() {
   if (finished_) return;
-  size_t bound = bounds_.pendingBytes + (bounds_.snapshotsAside ? liveSnapshotBytes_ : 0);
+  size_t bound = bounds_.pendingBytes;
+  if (bounds_.snapshotsAside) bound += std::min(liveSnapshotBytes_, SIZE_MAX - bound);
   if (stream_->pendingBytes() > bound)
     return end(format("%s stays behind: %zu bytes wait to be sent, more than the bound of %zu",
                       stream_->peer().charPtr(), stream_->pendingBytes(), bound));
